@@ -1,0 +1,68 @@
+// Files and directories as the core uses them.
+//
+// Paths are UTF-8 and '/' separated; directory paths that the component keeps end in "/".
+// Errors carry run-time numbers (errors.h): 53 no such file, 57 device, 61 disk full, 67 too many
+// files, 70 no permission, 75 path/file access, 76 no such directory.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "platform/blob.h"
+#include "platform/result.h"
+
+namespace trevix {
+
+// A directory of one message's temporary files: freshly made, mode 0700, nobody else's. It and all
+// that is in it are removed when this object goes.
+class StagingDirectory {
+ public:
+    virtual ~StagingDirectory() = default;
+    virtual const std::string& path() const = 0;  // ends in "/"
+};
+
+class FileSystem {
+ public:
+    virtual ~FileSystem() = default;
+
+    // Anything of that name that is (not) a directory. A path that cannot be examined is absent.
+    virtual bool FileExists(const std::string& path) = 0;
+    virtual bool DirectoryExists(const std::string& path) = 0;
+
+    virtual Result<std::uint64_t> FileSize(const std::string& path) = 0;
+
+    // The bytes of a file as they are now, read on demand; the file may be deleted afterwards.
+    virtual Result<Blob> OpenBlob(const std::string& path) = 0;
+
+    virtual Result<std::string> ReadText(const std::string& path) = 0;
+
+    // Replaces the file's content, creating it (mode 0600) when it is missing.
+    virtual Status WriteText(const std::string& path, const std::string& text) = 0;
+
+    // The same, but the text goes behind what is there. Creates an empty file for an empty text.
+    virtual Status AppendText(const std::string& path, const std::string& text) = 0;
+
+    virtual Status Delete(const std::string& path) = 0;
+
+    // One level, mode 0700. 75 when it exists, 76 when its parent does not.
+    virtual Status MakeDirectory(const std::string& path) = 0;
+
+    // A private directory for this user below the system's temporary path, ending in "/"; made on
+    // the first call. Empty when it cannot be made or is not safely ours: 70 or 76 from the calls
+    // that then follow say so.
+    virtual std::string TemporaryPath() = 0;
+
+    // Where the files installed beside the program lie, without a final separator.
+    virtual std::string InstallationDirectory() = 0;
+
+    // A new staging directory below `parent` (which exists). Its files are created exclusively and
+    // without following links, by whoever writes them.
+    virtual Result<std::unique_ptr<StagingDirectory>> MakeStaging(const std::string& parent) = 0;
+
+    // Removes the staging directories below `parent` whose process is dead. Failures are of no
+    // consequence: what could not be removed is never used again.
+    virtual void SweepStaging(const std::string& parent) = 0;
+};
+
+}  // namespace trevix
