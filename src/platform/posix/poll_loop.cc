@@ -1,0 +1,151 @@
+#include "platform/posix/poll_loop.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <ctime>
+#include <limits>
+#include <utility>
+
+namespace trevix::posix {
+namespace {
+
+constexpr std::int64_t kMillisecond = 1000000;
+constexpr std::int64_t kLookInterval = 5 * kMillisecond;
+
+// Holds a counter or a flag up while a callback is on the stack, whichever way it is left.
+template <typename T>
+class Raised {
+ public:
+    Raised(T& target, T value) : target_(target), before_(target) { target_ = value; }
+    Raised(const Raised&) = delete;
+    Raised& operator=(const Raised&) = delete;
+    ~Raised() { target_ = before_; }
+
+ private:
+    T& target_;
+    T before_;
+};
+
+}  // namespace
+
+PollLoop::PollLoop(std::function<std::int64_t()> monotonic) : monotonic_(std::move(monotonic)) {}
+
+std::int64_t PollLoop::Now() const {
+    if (monotonic_) return monotonic_();
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1000 * kMillisecond + now.tv_nsec;
+}
+
+MessageLoop::TimerId PollLoop::ArmTimer(int interval_ms, std::function<void()> tick) {
+    auto timer = std::make_shared<Timer>();
+    timer->interval_ns = std::max(interval_ms, 1) * kMillisecond;
+    timer->due_ns = Now() + timer->interval_ns;
+    timer->tick = std::move(tick);
+    const TimerId id = ++last_timer_;
+    timers_[id] = std::move(timer);
+    return id;
+}
+
+void PollLoop::DisarmTimer(TimerId timer) {
+    const auto found = timers_.find(timer);
+    if (found == timers_.end()) return;
+    found->second->armed = false;
+    timers_.erase(found);
+}
+
+void PollLoop::Defer(std::function<void()> work) {
+    deferred_.push_back(std::move(work));
+}
+
+void PollLoop::WatchDescriptor(int descriptor, std::function<void()> readable) {
+    watches_[descriptor] = std::make_shared<Watch>(std::move(readable));
+}
+
+void PollLoop::Unwatch(int descriptor) {
+    watches_.erase(descriptor);
+}
+
+void PollLoop::Pump() {
+    const Raised<int> depth(pump_depth_, pump_depth_ + 1);
+    const std::int64_t now = Now();
+    ServeTimers(now);
+    if (watches_.empty() || now - last_look_ns_ < kLookInterval) return;
+    last_look_ns_ = now;
+    ServeDescriptors(0);
+}
+
+void PollLoop::Run() {
+    while (!quit_) {
+        if (pump_depth_ == 0) ServeDeferred();
+        if (quit_) break;
+        ServeDescriptors(WaitMilliseconds());
+        last_look_ns_ = Now();
+        ServeTimers(last_look_ns_);
+    }
+    quit_ = false;
+}
+
+void PollLoop::Quit() {
+    quit_ = true;
+}
+
+void PollLoop::ServeTimers(std::int64_t now) {
+    const bool none_due = std::none_of(timers_.begin(), timers_.end(), [now](const auto& entry) {
+        return entry.second->due_ns <= now && !entry.second->on_stack;
+    });
+    if (none_due) return;
+
+    // The shared copies keep a timer's function alive while it disarms itself.
+    std::vector<std::shared_ptr<Timer>> due;
+    for (const auto& [id, timer] : timers_) {
+        if (timer->due_ns <= now && !timer->on_stack) due.push_back(timer);
+    }
+    std::stable_sort(due.begin(), due.end(),
+                     [](const auto& a, const auto& b) { return a->due_ns < b->due_ns; });
+    for (const auto& timer : due) {
+        // An earlier tick may have disarmed it, or served it from a pump of its own.
+        if (!timer->armed || timer->on_stack || timer->due_ns > now) continue;
+        timer->due_ns += timer->interval_ns;
+        if (timer->due_ns <= now) timer->due_ns = now + timer->interval_ns;
+        const Raised<bool> on_stack(timer->on_stack, true);
+        timer->tick();
+    }
+}
+
+void PollLoop::ServeDescriptors(int timeout_ms) {
+    std::vector<pollfd> looked;
+    for (const auto& [descriptor, watch] : watches_) {
+        looked.push_back(pollfd{descriptor, POLLIN, 0});
+    }
+    // A signal ends the wait early; the caller's loop looks at everything again.
+    if (::poll(looked.data(), looked.size(), timeout_ms) <= 0) return;
+    for (const pollfd& one : looked) {
+        const auto found = watches_.find(one.fd);
+        if (one.revents == 0 || found == watches_.end()) continue;
+        const std::shared_ptr<Watch> watch = found->second;
+        (*watch)();
+    }
+}
+
+// Only what is there now: work that defers itself again must not keep the timers waiting.
+void PollLoop::ServeDeferred() {
+    for (auto& work : std::exchange(deferred_, {})) {
+        work();
+    }
+}
+
+// -1 waits without end. A wait is rounded up, so that it does not end just before the tick.
+int PollLoop::WaitMilliseconds() const {
+    if (!deferred_.empty() && pump_depth_ == 0) return 0;
+    std::int64_t earliest = std::numeric_limits<std::int64_t>::max();
+    for (const auto& [id, timer] : timers_) {
+        if (!timer->on_stack) earliest = std::min(earliest, timer->due_ns);
+    }
+    if (earliest == std::numeric_limits<std::int64_t>::max()) return -1;
+    const std::int64_t wait = (earliest - Now() + kMillisecond - 1) / kMillisecond;
+    return static_cast<int>(std::clamp<std::int64_t>(wait, 0, 60 * 60 * 1000));
+}
+
+}  // namespace trevix::posix

@@ -1,0 +1,65 @@
+// The message loop of a process, over poll(2). One thread: it holds no lock and starts no thread.
+//
+// What a Pump costs when nothing is due: one read of the monotonic clock and a look at each timer.
+// Descriptors are looked at (poll with a zero time-out) by a Pump only when some are watched and
+// the last look is more than 5 ms ago; a person who presses Ctrl-C does not notice 5 ms, while a
+// system call for every message of a big folder would be felt.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "platform/message_loop.h"
+
+namespace trevix::posix {
+
+class PollLoop final : public MessageLoop {
+ public:
+    // Monotonic nanoseconds. Given by tests; empty means the system's clock.
+    explicit PollLoop(std::function<std::int64_t()> monotonic = {});
+
+    // An interval below 1 ms counts as 1 ms. A tick that is late is served once, not once for
+    // every interval that went by.
+    TimerId ArmTimer(int interval_ms, std::function<void()> tick) override;
+    void DisarmTimer(TimerId timer) override;
+    void Defer(std::function<void()> work) override;
+    void Pump() override;
+    void Run() override;
+    void Quit() override;
+
+    // Calls `readable`, from Run() or Pump(), while `descriptor` can be read or has hung up. One
+    // callback a descriptor; a second one replaces the first. The descriptor stays the caller's,
+    // who unwatches it before closing it. For signals (signalfd) and buses.
+    void WatchDescriptor(int descriptor, std::function<void()> readable);
+    void Unwatch(int descriptor);
+
+ private:
+    struct Timer {
+        std::int64_t interval_ns = 0;
+        std::int64_t due_ns = 0;
+        std::function<void()> tick;
+        bool on_stack = false;
+        bool armed = true;
+    };
+    using Watch = std::function<void()>;
+
+    std::int64_t Now() const;
+    void ServeTimers(std::int64_t now);
+    void ServeDescriptors(int timeout_ms);
+    void ServeDeferred();
+    int WaitMilliseconds() const;
+
+    std::function<std::int64_t()> monotonic_;
+    std::map<TimerId, std::shared_ptr<Timer>> timers_;
+    std::map<int, std::shared_ptr<Watch>> watches_;
+    std::vector<std::function<void()>> deferred_;
+    TimerId last_timer_ = 0;
+    std::int64_t last_look_ns_ = 0;
+    int pump_depth_ = 0;
+    bool quit_ = false;
+};
+
+}  // namespace trevix::posix
