@@ -1,0 +1,277 @@
+// The folder pass: the messages with attachments of one folder, newest first, up to the first that
+// an earlier pass has treated.
+#include <algorithm>
+
+#include "manage/cmanage.h"
+#include "manage/compression_log.h"
+#include "store/folder_record_set.h"
+#include "store/store_helpers.h"
+#include "util/convert.h"
+#include "util/format.h"
+#include "util/pending_error.h"
+#include "util/text.h"
+
+namespace trevix {
+namespace {
+
+constexpr const char* kProcedure = "CompressAttachments";
+constexpr const char* kContactClass = "IPF.Contact";
+constexpr const char* kRootName = "IPM_SUBTREE";
+constexpr const char* kRootTitle = "Top of Information Store";
+
+// Columns of the message table.
+constexpr std::size_t kLongTermId = 0;
+constexpr std::size_t kEntryId = 1;
+constexpr std::size_t kModified = 2;
+constexpr std::size_t kSubject = 3;
+
+Date ModifiedOf(const std::vector<Variant>& row) {
+    PendingError pending;
+    return pending.ValueOr(ToDate(row[kModified]), Date{});
+}
+
+std::string SubjectOf(const std::vector<Variant>& row) {
+    PendingError pending;
+    const bool missing = std::holds_alternative<ErrorValue>(row[kSubject]);
+    return missing ? std::string() : pending.ValueOr(ToText(row[kSubject]), std::string());
+}
+
+Variant FieldOf(const RecordSet& record_set, const char* name) {
+    PendingError pending;
+    return pending.ValueOr(record_set.Get(name), Variant());
+}
+
+}  // namespace
+
+// Always False; callers ignore it.
+bool CManage::CompressAttachments(Folder& folder) {
+    folder_compressed_count_ = 0;
+    folder_original_bytes_ = 0;
+    folder_compressed_bytes_ = 0;
+    retry_from_.reset();
+
+    PendingError pending;
+    const Variant container = pending.ValueOr(folder.Field(kTagContainerClass), Variant());
+    if (pending.ValueOr(ToText(container), std::string()) == kContactClass) return false;
+
+    const std::string name = pending.ValueOr(folder.Name(), std::string());
+    std::unique_ptr<Messages> messages;
+    std::int32_t count = 0;
+    if (pending.Assign(messages, folder.MessageList())) {
+        pending.Step(messages->AddFilter(kTagHasAttachments, true));
+        pending.Assign(count, messages->Count());
+    }
+    if (pending.failed() && messages == nullptr) {
+        LogLine(kProcedure, " unable to list '" + name + "': " + pending.description(), 1);
+        ++summary_.messages_failed;
+    }
+
+    if (!cancel_ && count != 0) {
+        if (events_ != nullptr) events_->FolderChange(name, count);
+        pending.Step(messages->Sort(kSortDescending, kTagLastModification));
+        std::string folder_id;
+        pending.Assign(folder_id, folder.Id());
+        WalkMessages(folder, name, folder_id, *messages, count);
+        if (!cancel_) UpdateFolderRecord(folder_id);
+        AddFolderTotals();
+    }
+
+    const std::string path = FolderPath(folder);
+    compression_log_ += CompressionLogRow(
+        path, folder_compressed_count_, folder_original_bytes_, folder_compressed_bytes_,
+        SavedPercentage(folder_original_bytes_, folder_compressed_bytes_));
+    summary_.folders.push_back(
+        {path, folder_compressed_count_, folder_original_bytes_, folder_compressed_bytes_});
+    if (messages != nullptr) pending.Step(messages->ClearFilter());
+    return false;
+}
+
+void CManage::WalkMessages(Folder& folder, const std::string& name, const std::string& folder_id,
+                           Messages& messages, std::int32_t count) {
+    const FolderMarks marks = ReadMarks(folder_id);
+
+    PendingError pending;
+    std::unique_ptr<MessageTable> table;
+    pending.Assign(table, On(state_.gUtils, [](Utilities& utils) { return utils.CreateTable(); }));
+    std::vector<std::vector<Variant>> rows;
+    if (table != nullptr) {
+        pending.Step(table->SetSource(messages));
+        pending.Step(table->SetColumns(
+            {kTagLongTermEntryId, kTagEntryId, kTagLastModification, kTagSubject}));
+        const std::int32_t row_count = pending.ValueOr(table->RowCount(), 0);
+        pending.Assign(rows, table->GetRows(row_count));
+    }
+    if (pending.failed()) {
+        LogLine(kProcedure, " unable to read '" + name + "': " + pending.description(), 1);
+        ++summary_.messages_failed;
+    }
+    const std::string store_id = pending.ValueOr(folder.StoreId(), std::string());
+
+    std::int32_t position = 0;
+    for (const auto& row : rows) {
+        if (cancel_) {
+            LogLine(kProcedure, "user cancel; exiting For", 2);
+            break;
+        }
+        if (IsTreatedAlready(row, marks, name)) {
+            if (events_ != nullptr) events_->Progress(name, count);
+            state_.ports.loop.Pump();
+            break;
+        }
+        const std::string entry_id = EntryIdOfRow(row);
+        if (entry_id.empty() || entry_id.find("error") != std::string::npos) {
+            LogLine(kProcedure,
+                    " unable to retrieve valid EntryID for message " + SubjectOf(row) +
+                        ", modified " + FormatGeneralDate(ModifiedOf(row)) + " UTC",
+                    2);
+            break;
+        }
+        ++position;
+        if (events_ != nullptr) events_->Progress(name, position);
+        state_.ports.loop.Pump();
+        TreatMessage(entry_id, store_id, SubjectOf(row), ModifiedOf(row));
+    }
+}
+
+CManage::FolderMarks CManage::ReadMarks(const std::string& folder_id) {
+    FolderMarks marks;
+    if (!IsOpen(state_.gFolderRST)) return marks;
+    RecordSet& records = *state_.gFolderRST;
+    PendingError pending;
+    if (!FindFolderRecord(records, folder_id, false)) {
+        if (FindFolderRecord(records, folder_id, true)) pending.Step(records.Update());
+        return marks;
+    }
+    pending.Assign(marks.last_compress, ToDate(FieldOf(records, "LastCompress")));
+    pending.Assign(marks.last_html, ToDate(FieldOf(records, "LastHTML")));
+    pending.Assign(marks.last_zip_bytes, ToLong(FieldOf(records, "LastZipBytes")));
+    return marks;
+}
+
+// Newest first: the first message that an earlier pass has seen ends the pass, unless the size
+// threshold was lowered since, which makes older messages qualify anew.
+bool CManage::IsTreatedAlready(const std::vector<Variant>& row, const FolderMarks& marks,
+                               const std::string& folder_name) {
+    if (marks.last_zip_bytes > state_.ZipBytesCompress) return false;
+    const Date modified = ModifiedOf(row);
+    const auto log_stop = [&](const char* mark, Date date) {
+        LogLine(kProcedure,
+                " exiting '" + folder_name + "' at message '" + SubjectOf(row) +
+                    "'; MessageLastMod of " + FormatGeneralDate(modified) + " UTC <=" + mark +
+                    " of " + FormatGeneralDate(date) + " UTC",
+                8);
+    };
+    bool stop = false;
+    if (compress_ && modified <= marks.last_compress) {
+        log_stop("LastCompress", marks.last_compress);
+        stop = true;
+    }
+    if (html_ && modified <= marks.last_html) {
+        log_stop("LastHTML", marks.last_html);
+        stop = true;
+    }
+    return stop;
+}
+
+std::string CManage::EntryIdOfRow(const std::vector<Variant>& row) {
+    const Variant& long_term = row[kLongTermId];
+    const bool usable = !IsEmpty(long_term) && !std::holds_alternative<ErrorValue>(long_term);
+    if (!usable) {
+        LogLine(kProcedure, " no long term EntryID, getting EntryID for " + SubjectOf(row), 8);
+    }
+    PendingError pending;
+    return pending.ValueOr(
+        On(state_.gUtils,
+           [&](Utilities& utils) { return utils.EntryIdText(usable ? long_term : row[kEntryId]); }),
+        std::string());
+}
+
+void CManage::TreatMessage(const std::string& entry_id, const std::string& store_id,
+                           const std::string& subject, Date modified) {
+    message_to_retry_ = false;
+    PendingError pending;
+    std::unique_ptr<Message> message;
+    pending.Assign(message, On(state_.gUtils, [&](Utilities& utils) {
+                       return utils.OpenMessage(entry_id, store_id);
+                   }));
+    if (message == nullptr) {
+        // Somebody else moved or deleted it, or it is beyond what we take apart: left as it is.
+        LogLine(kProcedure, " left '" + subject + "': " + pending.description(), 2);
+        ++summary_.messages_failed;
+    }
+    if (html_ && message != nullptr) {
+        const std::string stationery = GetStationeryID(state_, *message);
+        if (!stationery.empty()) DeleteStationery(message.get(), stationery);
+    }
+    if (compress_) TrevixItemRDM(message, custom_items_);
+    if (message_to_retry_ && (!retry_from_ || modified < *retry_from_)) retry_from_ = modified;
+}
+
+// The time up to which the folder counts as treated: now, but never past a message that could not
+// be saved this time, for the next pass stops at the mark and would not reach it.
+Date CManage::TreatedUpTo() {
+    const Date now = state_.ports.clock.NowUtc();
+    if (!retry_from_) return now;
+    constexpr double kSecond = 1.0 / 86400;
+    return std::min(now, Date{retry_from_->days - kSecond});
+}
+
+void CManage::UpdateFolderRecord(const std::string& folder_id) {
+    if (!IsOpen(state_.gFolderRST)) return;
+    RecordSet& records = *state_.gFolderRST;
+    if (!FindFolderRecord(records, folder_id, true)) return;
+    PendingError pending;
+    const Date now = TreatedUpTo();
+    if (compress_) pending.Step(records.Set("LastCompress", now));
+    if (html_) pending.Step(records.Set("LastHTML", now));
+    pending.Step(records.Set("LastZipBytes", state_.ZipBytesCompress));
+    pending.Step(records.Update());
+}
+
+// Sums that would overflow stay as they were, each for itself.
+void CManage::AddFolderTotals() {
+    PendingError pending;
+    pending.Step(AddLong(original_bytes_, folder_original_bytes_));
+    pending.Step(AddLong(compressed_bytes_, folder_compressed_bytes_));
+    pending.Step(AddInteger(compressed_count_, folder_compressed_count_));
+}
+
+void CManage::WalkSubfolders(Folder& folder) {
+    if (cancel_) return;
+    PendingError pending;
+    if (pending.ValueOr(folder.FolderCount(), 0) == 0) return;
+    std::vector<std::unique_ptr<Folder>> folders;
+    pending.Assign(folders, folder.Folders());
+    for (const auto& subfolder : folders) {
+        CompressAttachments(*subfolder);
+        WalkSubfolders(*subfolder);
+    }
+}
+
+std::string CManage::FolderPath(Folder& folder) {
+    PendingError pending;
+    std::string path = pending.ValueOr(folder.Name(), std::string());
+    if (EqualsNoCase(path, kRootName)) path = kRootTitle;
+
+    const std::string store_id = pending.ValueOr(folder.StoreId(), std::string());
+    std::unique_ptr<InfoStore> store;
+    pending.Assign(store, On(state_.gMAPISession, [&](MessagingSession& session) {
+                       return session.GetInfoStore(store_id);
+                   }));
+    std::unique_ptr<Folder> root;
+    pending.Assign(root, On(store, [](InfoStore& opened) { return opened.RootFolder(); }));
+    if (root == nullptr || pending.Test(folder.IsSameAs(*root), true)) return path;
+
+    std::string parent_id = pending.ValueOr(folder.FolderId(), std::string());
+    while (!pending.failed()) {
+        std::unique_ptr<Folder> parent;
+        pending.Assign(parent, state_.gMAPISession->GetFolder(parent_id, store_id));
+        if (parent == nullptr || pending.Test(parent->IsSameAs(*root), true)) break;
+        path = pending.ValueOr(parent->Name(), std::string()) + "\\" + path;
+        pending.Assign(parent_id, parent->FolderId());
+    }
+    if (path.starts_with("\\")) path.erase(0, 1);
+    return path;
+}
+
+}  // namespace trevix

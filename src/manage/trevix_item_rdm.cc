@@ -1,0 +1,419 @@
+// The message pass: qualifying attachments of one message become zip archives, each its own or all
+// together in one that takes the place of the first.
+//
+// An attachment's bytes leave the message only after the archive that holds them was opened anew
+// and compared, and a message is saved whole or not at all; whatever goes wrong before that leaves
+// the stored message as it was.
+#include "manage/cmanage.h"
+#include "util/convert.h"
+#include "util/file_name.h"
+#include "util/pending_error.h"
+#include "util/text.h"
+
+namespace trevix {
+namespace {
+
+constexpr const char* kProcedure = "TrevixItemRDM";
+constexpr const char* kLogName = "trevix.log";
+
+std::string FieldText(Message& message, PropertyTag tag) {
+    PendingError pending;
+    return pending.ValueOr(ToText(pending.ValueOr(message.Field(tag), Variant())), std::string());
+}
+
+std::string FieldText(Attachment& attachment, PropertyTag tag) {
+    PendingError pending;
+    return pending.ValueOr(ToText(pending.ValueOr(attachment.Field(tag), Variant())),
+                           std::string());
+}
+
+// Lists are lower-case extensions, each with its dot, separated by ":".
+bool ListHolds(const std::string& list, const std::string& extension) {
+    return (list + ":").find("." + extension + ":") != std::string::npos;
+}
+
+// The 8.3 name of an archive.
+std::string ShortName(const std::string& archive_name) {
+    constexpr std::size_t kLongest = 12;
+    constexpr std::size_t kKept = 6;
+    if (Utf16Length(archive_name) <= kLongest) return ToUpper(archive_name);
+    return ToUpper(Utf16Left(archive_name, kKept)) + "~1.ZIP";
+}
+
+// The zip engine's memory input serves all bytes but the last of what it is given, so data that
+// must arrive whole is handed over one byte longer.
+Blob WithSpareByte(const Blob& data) {
+    return Blob::Join({data, Blob::FromString("\n")});
+}
+
+}  // namespace
+
+struct CManage::MessageWork {
+    Message* message = nullptr;
+    std::string subject;
+    bool rollup = false;
+    std::int32_t rollup_index = 0;
+    std::string rollup_name;
+    std::string rollup_path;
+    std::vector<std::int32_t> rollup_list;
+    std::vector<Blob> rollup_contents;  // of the attachments that really are in the archive
+    bool first_is_added = false;
+    Blob rollup_archive;
+
+    // Private directories of this message: saved attachments and finished archives lie apart, so
+    // that an attachment can never be named like an archive.
+    std::unique_ptr<StagingDirectory> extracts;
+    std::unique_ptr<StagingDirectory> archives;
+
+    // The attachment at hand.
+    std::int32_t position = 0;
+    std::unique_ptr<Attachment> attachment;
+    std::string name;
+    bool is_log = false;
+    std::int32_t size_bytes = 0;
+    std::string extract_path;
+
+    bool abandoned = false;  // changed in part and not to be saved any more
+    bool changed = false;    // counted as a changed message already
+    bool failed = false;     // counted as a failed message already
+};
+
+void CManage::TrevixItemRDM(std::unique_ptr<Message>& message, bool custom_items) {
+    if (message == nullptr) return;
+    PendingError pending;
+    std::unique_ptr<Attachments> attachments;
+    pending.Assign(attachments, message->AttachmentList());
+    const std::int32_t count =
+        pending.ValueOr(On(attachments, [](Attachments& list) { return list.Count(); }), 0);
+    const std::string subject = pending.ValueOr(message->Subject(), std::string());
+    if (pending.failed()) {
+        // Too deep, too large or not to be read: the reason is the store's.
+        LogLine(kProcedure, " left '" + subject + "': " + pending.description(), 2);
+        ++summary_.messages_failed;
+    }
+    if (count == 0) return;
+    if (cancel_) {
+        LogLine(kProcedure, "user Cancel; exiting at head of procedure", 2);
+        message.reset();
+        return;
+    }
+    if (!IsTreatedMessage(*message, subject, custom_items)) return;
+
+    MessageWork work;
+    work.message = message.get();
+    work.subject = subject;
+    work.rollup = state_.CombineCompress;
+    for (std::int32_t i = 1; i <= count && !work.abandoned; ++i) {
+        if (cancel_) {
+            LogLine(kProcedure, "user cancel, exiting For loop", 2);
+            attachments.reset();
+            work.attachment.reset();
+            message.reset();
+            return;
+        }
+        TreatAttachment(work, i);
+    }
+
+    work.attachment.reset();
+    if (cancel_) {
+        LogLine(kProcedure, "user cancel after final attachment", 2);
+        attachments.reset();
+        message.reset();
+        return;
+    }
+    if (work.rollup && work.rollup_index >= 1 && !work.abandoned) FinishRollup(work);
+}
+
+bool CManage::IsTreatedMessage(Message& message, const std::string& subject, bool custom_items) {
+    const std::string message_class = FieldText(message, kTagMessageClass);
+    for (const char* kind : {"IPM.Note", "IPM.Post", "IPM.Appointment", "IPM.Contact",
+                             "IPM.DistList", "IPM.Task", "IPM.Activity"}) {
+        if (!ContainsNoCase(message_class, kind)) continue;
+        const std::string text = kind;
+        if (message_class.size() <= text.size() || custom_items) return true;
+        if (text == "IPM.Note" && EqualsNoCase(message_class, "IPM.Note.MIME.multipart.mixed")) {
+            return true;
+        }
+        const std::string line =
+            "skipping " + subject + "; excluded message class:" + message_class;
+        LogLine(kProcedure, line, 8);
+        // Posts are deliberately reported twice: readers of the log know them by the pair.
+        if (text == "IPM.Post") LogLine(kProcedure, line, 8);
+        return false;
+    }
+    LogLine(kProcedure, "skipping " + subject + "; excluded message class:" + message_class, 8);
+    return false;
+}
+
+void CManage::TreatAttachment(MessageWork& work, std::int32_t position) {
+    work.position = position;
+    work.attachment.reset();
+    work.extract_path.clear();
+    PendingError pending;
+    std::unique_ptr<Attachments> attachments;
+    pending.Assign(attachments, work.message->AttachmentList());
+    pending.Assign(work.attachment,
+                   On(attachments, [&](Attachments& list) { return list.Item(position); }));
+    if (work.attachment == nullptr) return;
+    work.name = pending.ValueOr(work.attachment->Name(), std::string());
+    work.is_log = ToLower(work.name) == kLogName;
+    LogLine(kProcedure, " for " + work.name + " on " + work.subject, 8);
+    if (!Qualifies(work) || !MakeStaging(work) || !Extract(work)) return;
+
+    if (work.rollup && work.rollup_path.empty()) {
+        work.rollup_name = BaseName(work.name) + ".zip";
+        work.rollup_path = work.archives->path() + SafeFileComponent(work.rollup_name);
+        work.rollup_index = position;
+        work.rollup_list = {position};
+    }
+    if (work.rollup) {
+        AddToRollup(work);
+    } else {
+        CompressSeparately(work);
+    }
+    if (!work.is_log && state_.ports.files.FileExists(work.extract_path)) {
+        // A file that stays behind goes with its directory.
+        Drop(state_.ports.files.Delete(work.extract_path));
+    }
+}
+
+bool CManage::Qualifies(MessageWork& work) {
+    PendingError pending;
+    if (pending.ValueOr(work.attachment->Type(), 0) != kAttachmentFileData) {
+        LogLine(kProcedure, " no compression, wrong file type for " + work.name, 8);
+        return false;
+    }
+    if (!FieldText(*work.attachment, kTagAttachmentContentId).empty()) {
+        LogLine(kProcedure, " skipping " + work.name + ": embedded image", 8);
+        return false;
+    }
+    const std::string extension = ToLower(Extension(work.name));
+    if (ListHolds(exclude_compress_, extension)) {
+        LogLine(kProcedure, " skipping " + work.name + ": excluded file type", 4);
+        return false;
+    }
+    if (ListHolds(block_, extension)) {
+        LogLine(kProcedure, " skipping " + work.name + " - excluded file type", 4);
+        return false;
+    }
+    const Variant size = pending.ValueOr(work.attachment->Field(kTagAttachmentSize), Variant());
+    work.size_bytes = pending.ValueOr(ToLong(size), 0);
+    if (work.size_bytes < state_.ZipBytesCompress) {
+        LogLine(kProcedure,
+                " skipping " + work.name + "; size of " +
+                    std::to_string(pending.ValueOr(work.attachment->Size(), work.size_bytes)) +
+                    "<" + std::to_string(state_.ZipBytesCompress),
+                4);
+        return false;
+    }
+    return true;
+}
+
+bool CManage::MakeStaging(MessageWork& work) {
+    if (work.extracts != nullptr && work.archives != nullptr) return true;
+    PendingError pending;
+    pending.Assign(work.extracts, state_.ports.files.MakeStaging(state_.gZipTemp));
+    pending.Assign(work.archives, state_.ports.files.MakeStaging(state_.gZipTemp));
+    if (!pending.failed()) return true;
+    LogLine(kProcedure,
+            " no private directory in " + state_.gZipTemp + " for " + work.name + ": " +
+                pending.description(),
+            1);
+    NoteFailure({ErrorKind::kIo, pending.number(), pending.description()});
+    work.extracts.reset();
+    work.archives.reset();
+    return false;
+}
+
+// Writes the attachment's data to its extract file, unless it is named like our own log. One that
+// cannot be had exactly as it was sent is left alone, and the message's others are treated.
+bool CManage::Extract(MessageWork& work) {
+    work.extract_path = work.extracts->path() + SafeFileComponent(work.name);
+    if (work.is_log) return true;
+    const Status written = work.attachment->WriteToFile(work.extract_path);
+    if (written.ok()) return true;
+    LogLine(kProcedure, " unable to read " + work.name + ": " + written.error().description, 2);
+    NoteFailure(written.error());
+    return false;
+}
+
+// Makes or extends an archive with the attachment at hand: from memory for a trevix.log, whose file
+// name belongs to our own log, else from its extract file.
+bool CManage::MakeArchive(MessageWork& work, const std::string& archive_path) {
+    if (!work.is_log) return zip_.ZIPAttach(archive_path, work.extract_path, state_.Level) == 0;
+    PendingError pending;
+    Variant data = pending.ValueOr(work.attachment->Field(kTagAttachmentData), Variant());
+    if (const Blob* bytes = std::get_if<Blob>(&data)) data = WithSpareByte(*bytes);
+    std::string entry_name = SafeFileComponent(work.name);
+    return zip_.ZipMemToFileStream(data, entry_name, archive_path, state_.Level) == 0;
+}
+
+void CManage::AddToRollup(MessageWork& work) {
+    LogLine(kProcedure, " adding " + work.name + " to rollup", 8);
+    PendingError pending;
+    const Variant data = pending.ValueOr(work.attachment->Field(kTagAttachmentData), Variant());
+    const Blob* content = std::get_if<Blob>(&data);
+    if (content == nullptr || !MakeArchive(work, work.rollup_path)) {
+        LogLine(kProcedure, " failed to add " + work.name + " to " + work.rollup_path, 2);
+        return;
+    }
+    if (work.position == work.rollup_index) {
+        work.first_is_added = true;
+    } else {
+        work.rollup_list.push_back(work.position);
+    }
+    work.rollup_contents.push_back(*content);
+    pending.Step(AddLong(folder_original_bytes_, work.size_bytes));
+    pending.Step(AddLong(folder_compressed_count_, 1));
+    LogLine(kProcedure, " added " + work.name + " to " + work.rollup_path, 8);
+}
+
+void CManage::CompressSeparately(MessageWork& work) {
+    LogLine(kProcedure, " separate compression for " + work.name + "; compress in place", 8);
+    const std::string archive_name = BaseName(work.name) + ".zip";
+    const std::string archive_path = work.archives->path() + SafeFileComponent(archive_name);
+    PendingError pending;
+    const Variant data = pending.ValueOr(work.attachment->Field(kTagAttachmentData), Variant());
+    const Blob* content = std::get_if<Blob>(&data);
+    // A failed archive writes no line of its own; the engine has written one.
+    if (content == nullptr || !MakeArchive(work, archive_path)) return;
+    if (!ProveArchive(archive_path, {*content}, work.name)) return;
+
+    const Blob archive = ReadFileBinary(archive_path);
+    pending.Step(state_.ports.files.Delete(archive_path));
+    pending.Step(AddLong(folder_original_bytes_, work.size_bytes));
+    pending.Step(AddLong(folder_compressed_bytes_, CapLong(archive.size_bytes())));
+    pending.Step(AddLong(folder_compressed_count_, 1));
+    if (!WriteArchiveProperties(work, *work.attachment, archive, archive_name, work.name)) return;
+    pending.Step(work.message->SetSubject(work.subject));
+    if (cancel_) return;
+    const std::uint64_t original_bytes = content->size_bytes();
+    if (!SaveMessage(work, work.name)) return;
+    ++summary_.attachments_zipped;
+    summary_.original_bytes += static_cast<std::int64_t>(original_bytes);
+    summary_.compressed_bytes += static_cast<std::int64_t>(archive.size_bytes());
+}
+
+void CManage::FinishRollup(MessageWork& work) {
+    LogLine(kProcedure, " RollupIndex=" + std::to_string(work.rollup_index), 8);
+    PendingError pending;
+    std::unique_ptr<Attachments> attachments;
+    pending.Assign(attachments, work.message->AttachmentList());
+    std::unique_ptr<Attachment> first;
+    pending.Assign(
+        first, On(attachments, [&](Attachments& list) { return list.Item(work.rollup_index); }));
+    if (first == nullptr) {
+        LogLine(kProcedure, " unable to retrieve indexed attachment " + pending.description(), 1);
+        return;
+    }
+    LogLine(kProcedure, " rollup attachment= " + std::to_string(first->Index()), 8);
+    if (!state_.ports.files.FileExists(work.rollup_path)) {
+        LogLine(kProcedure, " missing rollup " + work.rollup_path, 1);
+        return;
+    }
+    if (!work.first_is_added) {
+        // The archive would take the place of an attachment that it does not hold.
+        LogLine(kProcedure,
+                " rollup " + work.rollup_path + " lacks its first attachment; message left", 1);
+        return;
+    }
+    if (!ProveArchive(work.rollup_path, work.rollup_contents, work.rollup_name)) return;
+    if (!ReplaceByRollup(work, *first)) return;
+
+    pending.Step(work.message->SetSubject(work.subject));
+    if (cancel_) return;
+    std::uint64_t original_bytes = 0;
+    for (const Blob& content : work.rollup_contents)
+        original_bytes += content.size_bytes();
+    const Blob archive = work.rollup_archive;
+    if (!SaveMessage(work, work.rollup_name)) return;
+    summary_.attachments_zipped += static_cast<std::int64_t>(work.rollup_contents.size());
+    summary_.original_bytes += static_cast<std::int64_t>(original_bytes);
+    summary_.compressed_bytes += static_cast<std::int64_t>(archive.size_bytes());
+}
+
+// Puts the archive in the place of the first attachment and deletes the others. False when the
+// message refused any of it; it must not be saved then.
+bool CManage::ReplaceByRollup(MessageWork& work, Attachment& first) {
+    work.rollup_archive = ReadFileBinary(work.rollup_path);
+    PendingError pending;
+    pending.Step(AddLong(folder_compressed_bytes_, CapLong(work.rollup_archive.size_bytes())));
+    const bool written = WriteArchiveProperties(work, first, work.rollup_archive, work.rollup_name,
+                                                work.rollup_name);
+    pending.Step(state_.ports.files.Delete(work.rollup_path));
+    if (!written) return false;
+
+    // From the highest position down, so that those still to be deleted keep their meaning.
+    for (std::size_t i = work.rollup_list.size() - 1; i >= 1; --i) {
+        PendingError failed;
+        std::unique_ptr<Attachments> attachments;
+        failed.Assign(attachments, work.message->AttachmentList());
+        std::unique_ptr<Attachment> other;
+        failed.Assign(other, On(attachments,
+                                [&](Attachments& list) { return list.Item(work.rollup_list[i]); }));
+        failed.Step(On(other, [](Attachment& attachment) { return attachment.Delete(); }));
+        if (failed.failed()) {
+            LogLine(kProcedure,
+                    " err at delete for " + work.rollup_name + " " + failed.description(), 1);
+            NoteFailure({ErrorKind::kDenied, failed.number(), failed.description()});
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CManage::WriteArchiveProperties(MessageWork& work, Attachment& attachment, const Blob& archive,
+                                     const std::string& archive_name, const std::string& name) {
+    PendingError pending;
+    if (pending.Step(attachment.SetField(kTagAttachmentData, archive))) {
+        // New data under the old name must not be saved, not with a later attachment either.
+        work.abandoned = !pending.Step(attachment.SetName(archive_name));
+    }
+    if (pending.failed()) {
+        // Signed, encrypted or not certain where it begins and ends: the store refuses the change.
+        LogLine(kProcedure, " " + name + " left as it was: " + pending.description(), 1);
+        NoteFailure({ErrorKind::kDenied, pending.number(), pending.description()});
+        return false;
+    }
+    pending.Step(attachment.SetField(kTagAttachmentExtension, std::string(".zip")));
+    pending.Step(attachment.SetField(kTagAttachmentLongName, archive_name));
+    pending.Step(attachment.SetField(kTagAttachmentShortName, ShortName(archive_name)));
+    pending.Step(attachment.SetField(kTagAttachmentRendering, rendering_));
+    return true;
+}
+
+bool CManage::ProveArchive(const std::string& archive_path, const std::vector<Blob>& contents,
+                           const std::string& name) {
+    const Status proof = state_.ports.zip.Proof().Verify(archive_path, contents);
+    if (proof.ok()) return true;
+    LogLine(kProcedure,
+            " archive check failed for " + name + "; message left: " + proof.error().description,
+            1);
+    NoteFailure(proof.error());
+    return false;
+}
+
+bool CManage::SaveMessage(MessageWork& work, const std::string& name) {
+    const Status saved = work.message->Update();
+    if (!saved.ok()) {
+        LogLine(kProcedure, " err at save for " + name + " " + saved.error().description, 1);
+        message_to_retry_ = true;
+        if (!work.failed) ++summary_.messages_failed;
+        work.failed = true;
+        return false;
+    }
+    if (!work.changed) ++summary_.messages_changed;
+    work.changed = true;
+    return true;
+}
+
+// Counts the message as failed and decides whether the next run is to come back to it: not for
+// what will be the same then.
+void CManage::NoteFailure(const Error& error) {
+    ++summary_.messages_failed;
+    if (error.kind != ErrorKind::kMalformed && error.kind != ErrorKind::kDenied) {
+        message_to_retry_ = true;
+    }
+}
+
+}  // namespace trevix
