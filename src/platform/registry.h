@@ -34,9 +34,9 @@ inline constexpr std::uint32_t kRegQword = 11;
 
 struct RegistryKeyInfo {
     std::int32_t sub_keys = 0;
-    std::int32_t longest_sub_key = 0;  // characters
+    std::int32_t longest_sub_key = 0;  // bytes, the characters of the single-byte functions
     std::int32_t values = 0;
-    std::int32_t longest_value_name = 0;  // characters
+    std::int32_t longest_value_name = 0;  // likewise
     std::int32_t longest_value_data = 0;  // bytes
 };
 
@@ -47,7 +47,8 @@ struct RegistryValue {
 };
 
 // An open key. It is closed when the object goes. It sees changes made by others since it was
-// opened. Calls that the access mask of the opening does not allow are kDenied.
+// opened; when it was deleted meanwhile, calls are kGone. Calls that the access mask of the opening
+// does not allow are kDenied.
 class RegistryKey {
  public:
     virtual ~RegistryKey() = default;
@@ -61,7 +62,8 @@ class RegistryKey {
     virtual Result<RegistryValue> QueryValue(const std::string& name) = 0;  // kNotFound
 
     // Writes through: when the call returns success the value is on disk. kDenied, kIo, kNoSpace;
-    // kMalformed when the store's file has a syntax error (it is then never overwritten).
+    // kMalformed when the store's file has a syntax error (it is then never overwritten), kBusy
+    // when another process kept it locked.
     virtual Status SetValue(const std::string& name, std::uint32_t type,
                             const std::string& data) = 0;
     virtual Status DeleteValue(const std::string& name) = 0;  // kNotFound
