@@ -174,8 +174,8 @@ class FakeFileSystem final : public FileSystem {
     Status CheckReadable(const std::string& path) const {
         if (denied.contains(path)) return RuntimeError(kPermissionDenied, path);
         if (HasDirectory(path)) return RuntimeError(kPathFileAccess, path);
-        if (!files.contains(path)) return RuntimeError(kFileNotFound, path);
-        return {};
+        if (files.contains(path)) return {};
+        return RuntimeError(HasDirectory(Parent(path)) ? kFileNotFound : kPathNotFound, path);
     }
 
     Status CheckWritable(const std::string& path) const {
