@@ -47,9 +47,13 @@ Status ReadFully(int descriptor, std::uint64_t offset, char* target, std::size_t
     return {};
 }
 
+Blob BlobOverDescriptor(UniqueDescriptor descriptor, std::uint64_t size_bytes) {
+    return Blob(std::make_shared<FileSource>(std::move(descriptor), size_bytes));
+}
+
 Result<Blob> BlobFromDescriptor(UniqueDescriptor descriptor, std::uint64_t size_bytes) {
     if (size_bytes > kKeptInMemory) {
-        return Blob(std::make_shared<FileSource>(std::move(descriptor), size_bytes));
+        return BlobOverDescriptor(std::move(descriptor), size_bytes);
     }
     std::string bytes(static_cast<std::size_t>(size_bytes), '\0');
     TREVIX_RETURN_IF_ERROR(ReadFully(descriptor.get(), 0, bytes.data(), bytes.size()));

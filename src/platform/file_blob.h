@@ -29,6 +29,10 @@ Result<Blob> OpenFileBlob(int directory, const std::string& name, FollowLinks fo
 // here or when the missing bytes are read.
 Result<Blob> BlobFromDescriptor(UniqueDescriptor descriptor, std::uint64_t size_bytes);
 
+// The same without reading anything yet, whatever the size; it cannot fail. With an invalid
+// descriptor every read fails.
+Blob BlobOverDescriptor(UniqueDescriptor descriptor, std::uint64_t size_bytes);
+
 // Exactly `count` bytes from `offset`; kChanged when the file ends before them.
 Status ReadFully(int descriptor, std::uint64_t offset, char* target, std::size_t count);
 
