@@ -19,6 +19,7 @@
 namespace trevix {
 
 enum class FieldType : std::uint16_t {
+    kOther = 0,     // only in files: a type that is kept and saved again; read as a Blob, never set
     kSmallInt = 2,  // std::int16_t
     kInteger = 3,   // std::int32_t
     kDouble = 5,    // double
@@ -43,10 +44,12 @@ class RecordSet {
  public:
     virtual ~RecordSet() = default;
 
-    // Adds a field; `defined_size` is in UTF-16 units and means nothing for fixed types.
+    // Adds a field; `defined_size` is in UTF-16 units and means nothing for fixed types. The first
+    // Append after Close or OpenFile starts a new list of fields. 3001 for a name that is taken.
     virtual Status Append(const std::string& name, FieldType type, int defined_size,
                           int attributes) = 0;
 
+    // An empty set of the fields appended, which stay when it is closed.
     virtual Status Open() = 0;
 
     // Replaces all fields by those of the file. Defined sizes are not in the file: fields that were
@@ -63,7 +66,9 @@ class RecordSet {
     // Records that the filter shows.
     virtual std::int64_t RecordCount() const = 0;
 
-    // Moving in an empty set is error 3021. Move calls see only what the filter shows.
+    // Moving in an empty set, and on from Eof, is error 3021. Move calls see only what the filter
+    // shows. Moving, searching, filtering, saving and AddNew first do Update() when something was
+    // set or added, and stop when that fails.
     virtual Status MoveFirst() = 0;
     virtual Status MoveNext() = 0;
     virtual Status MoveLast() = 0;
@@ -98,7 +103,8 @@ class RecordSet {
     virtual Status Set(const std::string& field, const Variant& value) = 0;
 
     // Writes all records that the filter shows; `format` is kPersistAdtg. 58 when the file exists,
-    // 3004 and the run-time errors of writing. A failed call leaves no file.
+    // 3004 and the run-time errors of writing. A failed call leaves no file. Afterwards the first
+    // record is current.
     virtual Status Save(const std::string& path, int format) = 0;
 };
 

@@ -1,0 +1,69 @@
+// Bytes of a file or of memory, in order, with a bound that cannot be passed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+namespace trevix::recordset {
+
+class ByteReader {
+ public:
+    explicit ByteReader(std::string_view bytes);
+
+    // Reads `size` bytes from the descriptor, which stays the caller's.
+    ByteReader(int descriptor, std::uint64_t size);
+
+    ByteReader(const ByteReader&) = delete;
+    ByteReader& operator=(const ByteReader&) = delete;
+
+    // Makes the next `count` bytes readable at data(); false when there are not so many, or when
+    // reading failed.
+    bool Require(std::size_t count) {
+        return static_cast<std::size_t>(end_ - at_) >= count || Refill(count);
+    }
+    const std::uint8_t* data() const { return at_; }
+
+    // Passes bytes that were required.
+    void Skip(std::size_t count) { at_ += count; }
+
+    // Reads a little-endian number (the byte order of the files).
+    template <typename T>
+    bool Read(T& value) {
+        if (!Require(sizeof value)) return false;
+        value = 0;
+        for (std::size_t i = sizeof value; i > 0; --i) {
+            value = static_cast<T>(value << 8 | at_[i - 1]);
+        }
+        Skip(sizeof value);
+        return true;
+    }
+    bool Read(std::uint8_t& value) {
+        if (!Require(1)) return false;
+        value = *at_++;
+        return true;
+    }
+
+    std::uint64_t offset() const { return end_offset_ - static_cast<std::uint64_t>(end_ - at_); }
+    std::uint64_t remaining() const { return size_ - offset(); }
+
+    // The errno value of a failed read, else 0.
+    int system_error() const { return system_error_; }
+
+ private:
+    bool Refill(std::size_t count);
+    bool ReadMore();
+
+    int descriptor_ = -1;
+    std::uint64_t size_ = 0;
+    std::uint64_t end_offset_ = 0;  // of end_
+    int system_error_ = 0;
+    std::vector<std::uint8_t> buffer_;
+    std::size_t filled_ = 0;
+    const std::uint8_t* at_ = nullptr;
+    const std::uint8_t* end_ = nullptr;
+};
+
+}  // namespace trevix::recordset
