@@ -127,10 +127,13 @@ def _steps(old, new, i, j, edits):
 
 def _removals(pieces, i):
     kinds = "".join(piece[0] for piece in pieces[i:i + 4])
-    if kinds.startswith("ndhb"):
+    if kinds == "ndhb":
         return [(4, pieces[i + 2][3])]
-    if kinds.startswith("dhbn"):
+    if kinds == "dhbn":
         return [(4, pieces[i + 1][3])]
+    # The line break and delimiter line in front were found equal to those of the next part.
+    if kinds == "hbnd":
+        return [(4, pieces[i][3])]
     if kinds.startswith("dhb"):  # an empty last part owns no line break
         return [(3, pieces[i + 1][3])]
     return []

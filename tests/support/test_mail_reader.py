@@ -150,6 +150,23 @@ class CompareTest(ReaderTest):
         self.assertEqual(self.findings("rollup"), [])
         self.assert_found("Z", "removed in separate mode", "separate")
 
+    def test_accepts_a_rollup_of_parts_with_another_one_between_and_behind(self):
+        raw = self.store.read("cur/100.a.host:2,S").replace(
+            b"--=_plain--", b"--=_plain\nContent-Type: text/plain\n\nmiddle\n--=_plain\n"
+            b'Content-Type: text/plain; name="b.txt"\n\n' + NOTES + b"--=_plain\n"
+            b"Content-Type: text/plain\n\nend\n--=_plain--")
+        self.swap("cur/100.a.host:2,S", raw, "cur/100.a.host:2,S")
+        self.before = self.store.snapshot()
+        data = splice.make_zip([("report.csv", REPORT.rstrip(b"\n")),
+                                ("notes.txt", NOTES.rstrip(b"\n")),
+                                ("b.txt", NOTES.rstrip(b"\n"))])
+        part = splice.archive_part("report.zip", data, extra=b"Content-ID: <one@x>\n")
+        for number in (4, 2):
+            raw = splice.remove_leaf(raw, number)
+        self.swap("cur/100.a.host:2,S", splice.replace_leaf(raw, 1, part), "cur/200.a.host:2,S")
+
+        self.assertEqual(self.findings("rollup"), [])
+
     def test_sees_one_changed_byte_of_the_body(self):
         raw = self.store.read("cur/100.a.host:2,S").replace(b"Here they", b"Here thez")
         self.swap("cur/100.a.host:2,S", raw, "cur/200.a.host:2,S")
