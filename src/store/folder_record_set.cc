@@ -33,7 +33,7 @@ constexpr std::array kFields = {
     FieldDefinition{"LastZipBytes", FieldType::kInteger, kFieldUnspecified},
 };
 
-void Log(BasCI& state, const std::string& message, std::int16_t level) {
+void LogLine(BasCI& state, const std::string& message, std::int16_t level) {
     state.log.Write(kModule, kGetFolderRST, message, level);
 }
 
@@ -44,7 +44,7 @@ bool TakeResetRequest(BasCI& state) {
     key.Key(kAddinKey);
     PendingError pending;
     if (!pending.ValueOr(ToBoolean(key.Value("ResetFolderRST")), false)) return false;
-    Log(state, " resetting folder recordset", 4);
+    LogLine(state, " resetting folder recordset", 4);
     key.Value("ResetFolderRST", std::int32_t{0});
     return true;
 }
@@ -90,7 +90,7 @@ std::vector<SavedRow> ReadAllRows(RecordSet& record_set) {
 }
 
 void UpgradeFields(BasCI& state) {
-    Log(state, " adding fields to folder recordset", 8);
+    LogLine(state, " adding fields to folder recordset", 8);
     const std::vector<SavedRow> rows = ReadAllRows(*state.gFolderRST);
     ResetFolderRST(state);
     if (state.gFolderRST == nullptr) return;
@@ -108,14 +108,14 @@ void UpgradeFields(BasCI& state) {
 void OpenFromDirectory(BasCI& state) {
     const std::string adtg_path = state.gIndexDir + "txfolders.adtg";
     if (!state.ports.files.FileExists(adtg_path)) {
-        Log(state, " no existing folder adtg", 8);
+        LogLine(state, " no existing folder adtg", 8);
         ResetFolderRST(state);
         return;
     }
-    Log(state, " working with existing folders adtg", 8);
+    LogLine(state, " working with existing folders adtg", 8);
     PendingError pending;
     if (!pending.Step(state.gFolderRST->OpenFile(adtg_path))) {
-        Log(state, " " + adtg_path + ": " + pending.description(), 2);
+        LogLine(state, " " + adtg_path + ": " + pending.description(), 2);
         return;
     }
     if (state.gFolderRST->FieldCount() < static_cast<int>(kFields.size())) UpgradeFields(state);
@@ -132,11 +132,11 @@ bool GetFolderRST(BasCI& state) {
         // The copy on the results message would bring the dropped records back: it is not read.
         ResetFolderRST(state);
         if (!IsOpen(state.gFolderRST)) return false;
-        Log(state, " return True", 8);
+        LogLine(state, " return True", 8);
         return true;
     }
     if (IsOpen(state.gFolderRST)) {
-        Log(state, " folder recordset already open", 8);
+        LogLine(state, " folder recordset already open", 8);
         return true;
     }
     if (state.gFolderRST == nullptr) {
@@ -150,13 +150,13 @@ bool GetFolderRST(BasCI& state) {
     if (state.gIndexDir.empty()) return false;
     const std::unique_ptr<Message> message = GetResultsHM(state);
     if (message == nullptr) {
-        Log(state, " hidden message not available", 1);
+        LogLine(state, " hidden message not available", 1);
     } else {
         ExtractSaved(state, *message);
     }
     OpenFromDirectory(state);
     if (!IsOpen(state.gFolderRST)) return false;
-    Log(state, " return True", 8);
+    LogLine(state, " return True", 8);
     return true;
 }
 
