@@ -1,0 +1,22 @@
+// What is needed of an HTML body: which embedded parts it shows, and its opening tag as RTF.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/blob.h"
+#include "platform/mime/part_tree.h"
+
+namespace trevix::mime {
+
+// The part's text as UTF-8, its first 4 MiB; empty when it cannot be decoded.
+std::string ReadTextPart(const Blob& message, const MimePart& part);
+
+// Whether the HTML refers to the content ID by a "cid:" address.
+bool RefersToContentId(std::string_view html, std::string_view content_id);
+
+// RTF that wraps the HTML: its opening tags, each whole in one group, attribute names in lower case
+// and values in double quotes. The text itself is left out; nobody reads it in this form.
+std::string WrapHtmlInRtf(std::string_view html);
+
+}  // namespace trevix::mime

@@ -1,0 +1,92 @@
+#include "platform/mime/summarize.h"
+
+#include <algorithm>
+#include <atomic>
+#include <system_error>
+#include <thread>
+
+#include "platform/mime/header_block.h"
+#include "platform/mime/message_class.h"
+
+namespace trevix::mime {
+namespace {
+
+// So many messages are open at a time; a process has at least 1024 descriptors.
+constexpr std::size_t kBatch = 128;
+// Below this a thread costs more than it brings.
+constexpr std::size_t kManyTasks = 32;
+
+struct OpenTask {
+    SummaryTask* task = nullptr;
+    Blob bytes;
+};
+
+void SummarizeOne(OpenTask& open) {
+    SummaryTask& task = *open.task;
+    Result<PartTree> tree = ReadPartTree(open.bytes);
+    if (!tree.ok()) {
+        task.summary.has_attachments = true;
+        task.summary.message_class = "IPM.Note";
+        task.failed = tree.error().kind != ErrorKind::kMalformed;
+    } else {
+        ReadMessage message{open.bytes, std::move(tree).value(), {}};
+        message.shape = ShapeOf(message.tree);
+        FillSummary(message, &task.summary);
+    }
+    open.bytes = Blob();
+}
+
+void SummarizeBatch(std::vector<OpenTask>& batch) {
+    std::atomic<std::size_t> next = 0;
+    const auto work = [&] {
+        for (std::size_t i = next++; i < batch.size(); i = next++)
+            SummarizeOne(batch[i]);
+    };
+    if (batch.size() < kManyTasks) return work();
+    std::thread helper;
+    try {
+        helper = std::thread(work);
+    } catch (const std::system_error&) {
+        // No thread to be had: this one does it all.
+    }
+    work();
+    if (helper.joinable()) helper.join();
+}
+
+}  // namespace
+
+void FillSummary(const ReadMessage& message, MessageSummary* summary) {
+    const std::string& header = message.tree.parts.front().header;
+    summary->has_attachments = !message.shape.attachments.empty();
+    summary->subject = DecodeHeaderText(FirstField(header, "Subject"));
+    summary->message_class = MessageClassOf(message.bytes, message.tree, message.shape);
+}
+
+void Summarize(MailStore& store, const std::string& folder, std::vector<SummaryTask>* tasks) {
+    StartGmime();
+    for (std::size_t begin = 0; begin < tasks->size(); begin += kBatch) {
+        const std::size_t end = std::min(begin + kBatch, tasks->size());
+        std::vector<OpenTask> batch;
+        for (std::size_t i = begin; i < end; ++i) {
+            SummaryTask& task = (*tasks)[i];
+            Result<Blob> bytes = store.Read(folder, task.summary.entry);
+            if (bytes.ok()) {
+                batch.push_back({&task, std::move(bytes).value()});
+            } else if (bytes.error().kind == ErrorKind::kGone ||
+                       bytes.error().kind == ErrorKind::kNotFound) {
+                task.gone = true;
+            } else {
+                task.failed = true;
+                task.summary.has_attachments = true;
+                task.summary.message_class = "IPM.Note";
+            }
+        }
+        SummarizeBatch(batch);
+    }
+}
+
+std::int64_t ModifiedNs(const MessageSummary& summary) {
+    return std::max(summary.entry.changed_ns, summary.first_seen_ns);
+}
+
+}  // namespace trevix::mime
