@@ -68,7 +68,7 @@ MaildirStore::MaildirStore(std::string path, std::unique_ptr<HiddenMailStore> hi
 
 Result<std::unique_ptr<MaildirStore>> MaildirStore::Open(const std::string& path,
                                                          std::unique_ptr<HiddenMailStore> hidden,
-                                                         Clock& clock) {
+                                                         Clock& clock, Leftovers leftovers) {
     const std::string real = RealPath(path);
     if (real.empty()) return CannotOpen(path, errno);
     std::unique_ptr<MaildirStore> store(new MaildirStore(real, std::move(hidden), clock));
@@ -76,7 +76,7 @@ Result<std::unique_ptr<MaildirStore>> MaildirStore::Open(const std::string& path
     if (store->root() < 0) return CannotOpen(real, errno);
     TREVIX_RETURN_IF_ERROR(store->ReadTree());
     if (!store->tree_.root_is_maildir && store->tree_.directories.empty()) return NoMaildir(real);
-    Recover(store->root(), store->tree_);
+    if (leftovers == Leftovers::kFinish) Recover(store->root(), store->tree_);
     return store;
 }
 
@@ -203,8 +203,8 @@ Result<std::unique_ptr<StagedMail>> MaildirStore::Stage(const std::string& folde
 
 Result<std::unique_ptr<MailStore>> OpenMaildir(const std::string& path,
                                                std::unique_ptr<HiddenMailStore> hidden,
-                                               Clock& clock) {
-    auto store = MaildirStore::Open(path, std::move(hidden), clock);
+                                               Clock& clock, Leftovers leftovers) {
+    auto store = MaildirStore::Open(path, std::move(hidden), clock, leftovers);
     if (!store.ok()) return store.error();
     return std::unique_ptr<MailStore>(std::move(store).value());
 }

@@ -19,13 +19,18 @@
 
 namespace trevix::maildir {
 
+// What the opening does about replacements that dead processes left. Who only wants to look leaves
+// them alone; both files of such a replacement are then there, each whole.
+enum class Leftovers { kFinish, kLeave };
+
 class MaildirStore final : public MailStore {
  public:
-    // `path` is an existing Maildir. Finishes what dead processes left there. kIo (8004011D), with
-    // one sentence that says what to do, for a path that holds no Maildir or cannot be read.
+    // `path` is an existing Maildir. kIo (8004011D), with one sentence that says what to do, for a
+    // path that holds no Maildir or cannot be read.
     static Result<std::unique_ptr<MaildirStore>> Open(const std::string& path,
                                                       std::unique_ptr<HiddenMailStore> hidden,
-                                                      Clock& clock);
+                                                      Clock& clock,
+                                                      Leftovers leftovers = Leftovers::kFinish);
 
     std::string address() const override;
     std::string display_name() const override;
@@ -61,6 +66,7 @@ class MaildirStore final : public MailStore {
 // The same, as the program that builds everything wants it.
 Result<std::unique_ptr<MailStore>> OpenMaildir(const std::string& path,
                                                std::unique_ptr<HiddenMailStore> hidden,
-                                               Clock& clock);
+                                               Clock& clock,
+                                               Leftovers leftovers = Leftovers::kFinish);
 
 }  // namespace trevix::maildir
