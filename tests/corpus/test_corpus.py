@@ -17,7 +17,8 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 import drive
 import mail_reader
 
-SHARED = os.environ.get("TREVIX_SHARED") or os.path.join(os.path.dirname(drive.REPOSITORY), "shared")
+SHARED = os.environ.get("TREVIX_SHARED") or os.path.join(
+    os.path.dirname(drive.REPOSITORY), "shared")
 FOLDERS = ("", ".Archive", ".Archive.2019")
 
 

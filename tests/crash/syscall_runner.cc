@@ -27,6 +27,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -87,7 +88,7 @@ std::string ReadText(pid_t pid, std::uint64_t address) {
         const std::size_t wanted =
             std::min<std::size_t>(sizeof buffer, static_cast<std::size_t>(4096 - here % 4096));
         iovec local = {buffer, wanted};
-        iovec remote = {reinterpret_cast<void*>(here), wanted};
+        iovec remote = {std::bit_cast<void*>(here), wanted};
         const ssize_t got = process_vm_readv(pid, &local, 1, &remote, 1, 0);
         if (got <= 0) return text;
         const auto* end =
@@ -121,8 +122,9 @@ std::string CallPath(pid_t pid, const Entry& entry) {
         const std::uint64_t address = entry.arguments[call.path_argument];
         if (address != 0) path = ReadText(pid, address);
         if (!path.empty() && path.front() == '/') return path;
-        if (call.directory_argument < 0) return path;
-        const int folder = static_cast<int>(entry.arguments[call.directory_argument]);
+        const int folder = call.directory_argument < 0
+                               ? AT_FDCWD
+                               : static_cast<int>(entry.arguments[call.directory_argument]);
         const std::string base = DescriptorPath(pid, folder);
         return path.empty() ? base : base + "/" + path;
     }
@@ -139,7 +141,7 @@ std::uint64_t OpenFlags(pid_t pid, const Entry& entry) {
     if (name == "openat") return entry.arguments[2];
     open_how how = {};
     iovec local = {&how, sizeof how};
-    iovec remote = {reinterpret_cast<void*>(entry.arguments[2]), sizeof how};
+    iovec remote = {std::bit_cast<void*>(entry.arguments[2]), sizeof how};
     return process_vm_readv(pid, &local, 1, &remote, 1, 0) > 0 ? how.flags : 0;
 }
 

@@ -212,7 +212,7 @@ def _message(root, folder, part, name, parser):
 
 
 def snapshot(root, parser=None):
-    """Everything about the tree of Maildirs, as plain data. `parser` may be shared between calls."""
+    """Everything about the tree of Maildirs as plain data; calls may share a `parser`."""
     root = os.path.abspath(root)
     parser = parser or Parser()
     folders = find_folders(root)
@@ -258,8 +258,11 @@ def main(arguments=None):
         json.dump(snapshot(options.dir), sys.stdout, indent=1)
         print()
         return 0
-    with open(options.before, encoding="utf-8") as one, open(options.after, encoding="utf-8") as two:
-        violations = compare(json.load(one), json.load(two), options.mode)
+    snapshots = []
+    for path in (options.before, options.after):
+        with open(path, encoding="utf-8") as file:
+            snapshots.append(json.load(file))
+    violations = compare(*snapshots, options.mode)
     for violation in violations:
         print(violation)
     return 1 if violations else 0

@@ -99,7 +99,8 @@ class Scan:
                 self._piece("p", after, end)
                 return
             if index + 1 < len(lines):
-                self._entity(after, max(after, lines[index + 1][0]), lines[index + 1][1], containers)
+                next_break, next_line = lines[index + 1][:2]
+                self._entity(after, max(after, next_break), next_line, containers)
             else:
                 self._entity(after, end, end, containers)
 
@@ -119,7 +120,8 @@ class Scan:
                 continue
             line_break = at
             if at > start:
-                line_break = at - 2 if self.raw[at - 2:at] == b"\r\n" and at - 2 >= start else at - 1
+                has_return = at - 2 >= start and self.raw[at - 2:at] == b"\r\n"
+                line_break = at - 2 if has_return else at - 1
             if found:
                 line_break = max(line_break, found[-1][2])
             found.append((line_break, at, match.end(), bool(match.group(1))))
