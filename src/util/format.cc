@@ -18,6 +18,11 @@ std::int64_t FloorDivide(std::int64_t value, std::int64_t by) {
     return value % by < 0 ? quotient - 1 : quotient;
 }
 
+std::int64_t FloorRemainder(std::int64_t value, std::int64_t by) {
+    const std::int64_t rest = value % by;
+    return rest < 0 ? rest + by : rest;
+}
+
 // Seconds since day 0, rounded. The fraction of a date runs forward also before day 0.
 std::int64_t SecondsOf(Date date) {
     if (std::isnan(date.days)) return 0;
@@ -40,15 +45,15 @@ Date DateOf(std::int64_t day, double fraction) {
 
 Date DateFromDayZeroSeconds(std::int64_t seconds) {
     const std::int64_t day = FloorDivide(seconds, kDaySeconds);
-    return DateOf(
-        day, static_cast<double>(seconds - day * kDaySeconds) / static_cast<double>(kDaySeconds));
+    return DateOf(day, static_cast<double>(FloorRemainder(seconds, kDaySeconds)) /
+                           static_cast<double>(kDaySeconds));
 }
 
 // Days since day 0 of a Gregorian date. Years are counted from March, so that the leap day is the
 // last one of its year and every month before it has a fixed start.
 std::int64_t DayNumber(std::int64_t year, std::int64_t month, std::int64_t day) {
     year += FloorDivide(month - 1, 12);
-    month = month - 1 - FloorDivide(month - 1, 12) * 12 + 1;
+    month = FloorRemainder(month - 1, 12) + 1;
     if (month < 3) --year;
     const std::int64_t from_march = (month + 9) % 12;
     const std::int64_t before = year * 365 + FloorDivide(year, 4) - FloorDivide(year, 100) +
@@ -95,7 +100,7 @@ bool IsValidDate(Date date) {
 CivilTime CivilFromDate(Date date) {
     const std::int64_t seconds = SecondsOf(date);
     const std::int64_t day = FloorDivide(seconds, kDaySeconds);
-    const std::int64_t second = seconds - day * kDaySeconds;
+    const std::int64_t second = FloorRemainder(seconds, kDaySeconds);
 
     // The year is guessed from the mean length and put right; the month likewise.
     std::int64_t year = 1899 + FloorDivide(day * 400, 146097);
@@ -125,15 +130,16 @@ Date DateFromCivil(const CivilTime& civil) {
 
 Date DateFromUnixSeconds(std::int64_t seconds) {
     const std::int64_t day = FloorDivide(seconds, kDaySeconds);
-    return DateOf(day + kUnixDay, static_cast<double>(seconds - day * kDaySeconds) /
+    return DateOf(day + kUnixDay, static_cast<double>(FloorRemainder(seconds, kDaySeconds)) /
                                       static_cast<double>(kDaySeconds));
 }
 
 Date DateFromUnixNanoseconds(std::int64_t nanoseconds) {
     constexpr std::int64_t kDayNanoseconds = kDaySeconds * 1000000000;
     const std::int64_t day = FloorDivide(nanoseconds, kDayNanoseconds);
-    return DateOf(day + kUnixDay, static_cast<double>(nanoseconds - day * kDayNanoseconds) /
-                                      static_cast<double>(kDayNanoseconds));
+    return DateOf(day + kUnixDay,
+                  static_cast<double>(FloorRemainder(nanoseconds, kDayNanoseconds)) /
+                      static_cast<double>(kDayNanoseconds));
 }
 
 std::int64_t UnixSecondsFromDate(Date date) {
