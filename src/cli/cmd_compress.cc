@@ -1,0 +1,220 @@
+// trevixctl compress: one compression run, for real or dry.
+#include <CLI/App.hpp>
+#include <cstdint>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/command_table.h"
+#include "cli/exit_codes.h"
+#include "cli/folder_list.h"
+#include "cli/interrupt.h"
+#include "cli/run_report.h"
+#include "cli/run_view.h"
+#include "cli/setting_table.h"
+#include "cli/store_choice.h"
+#include "cli/text_format.h"
+#include "cli/world.h"
+#include "manage/cmanage.h"
+#include "shell/settings.h"
+
+namespace trevix::cli {
+namespace {
+
+struct Options {
+    StoreChoice store;
+    bool html = false;
+    bool html_only = false;
+    std::vector<std::string> folders;
+    bool separate = false;
+    bool rollup = false;
+    std::optional<std::string> level;
+    std::optional<std::string> min_size;
+    std::optional<std::string> exclude;
+    bool custom_items = false;
+    bool dry_run = false;
+    bool json = false;
+    bool quiet = false;
+};
+
+int Finish(Console& console, const RunSummary& summary, std::int64_t elapsed_ms, bool dry_run,
+           int exit_code) {
+    console.Event(SummaryEvent(summary, elapsed_ms, dry_run, exit_code));
+    return exit_code;
+}
+
+// The settings that the options set for this run. Nothing after a complaint.
+std::optional<std::vector<OverlayValue>> OptionValues(const Options& options, Console& console) {
+    std::vector<std::pair<const char*, std::string>> given;
+    if (options.separate) given.emplace_back("rollup", "off");
+    if (options.rollup) given.emplace_back("rollup", "on");
+    if (options.level) given.emplace_back("level", *options.level);
+    if (options.min_size) given.emplace_back("min-size", *options.min_size);
+    if (options.exclude) given.emplace_back("exclude", *options.exclude);
+    if (options.custom_items) given.emplace_back("custom-items", "on");
+
+    std::vector<OverlayValue> values;
+    for (const auto& [name, text] : given) {
+        const auto value = ParseSetting(*FindSetting(name), text);
+        if (!value.ok()) {
+            console.Complain({std::string("--") + name, value.error().description,
+                              "see \"trevixctl compress --help\""});
+            return std::nullopt;
+        }
+        values.push_back({kCurrentUser, kAddinKey, value.value()});
+    }
+    if (options.store.server_mode && !values.empty()) {
+        console.Complain({"--server-mode", "the store's own settings rule there",
+                          "leave out --server-mode, or the options that set something else"});
+        return std::nullopt;
+    }
+    return values;
+}
+
+// "STORE,FOLDER" entries; a whole store is "all". Nothing after a complaint.
+std::optional<std::string> FolderIds(World& world, const std::vector<std::string>& paths,
+                                     Console& console) {
+    const auto folders = ListFolders(*world.state().gMAPISession);
+    if (!folders.ok()) {
+        console.Complain({"folders", PlainText(folders.error().description), ""});
+        return std::nullopt;
+    }
+    std::string ids;
+    const auto append = [&ids](const std::string& store, const std::string& folder) {
+        const std::string entry = store + "," + folder;
+        if (ids.find(entry) == std::string::npos) ids += (ids.empty() ? "" : ";") + entry;
+    };
+    for (const std::string& path : paths) {
+        const auto folder = FindFolder(folders.value(), path);
+        if (folder.ok()) {
+            append(folder.value().store_id, folder.value().id);
+            continue;
+        }
+        const std::string& named = folder.error().description;
+        const bool several = folder.error().kind == ErrorKind::kMalformed;
+        std::string hint = "\"trevixctl folders\" lists them";
+        if (!named.empty()) hint = (several ? "spell it as one of " : "did you mean ") + named;
+        console.Complain(
+            {path, several ? "several folders are called so" : "no such folder", hint});
+        return std::nullopt;
+    }
+    if (!paths.empty()) return ids;
+    for (const FolderEntry& folder : folders.value()) {
+        append(folder.store_id, "all");
+    }
+    return ids;
+}
+
+int ExitCode(const RunView& view, const RunSummary& summary, const std::string& name,
+             Console& console) {
+    switch (view.end()) {
+        case RunView::End::kComplete:
+            return summary.messages_failed > 0 ? kExitSomeFailed : kExitDone;
+        case RunView::End::kCancelled:
+            console.Complain({name, "cancelled", "the next run goes on where this one ended"});
+            return kExitCancelled;
+        case RunView::End::kHeld:
+            console.Complain({name, "another run holds the store",
+                              "wait until it ends; \"trevixctl status\" tells since when it runs"});
+            return kExitHeld;
+        case RunView::End::kRefused:
+        case RunView::End::kNone: break;
+    }
+    const std::string why = view.abort_message();
+    console.Complain({name, why.empty() ? "the run ended without a result" : why,
+                      "the errors above and \"trevixctl log\" say more"});
+    return kExitFailed;
+}
+
+int RunOn(World& world, const Options& options, const std::string& name, Console& console) {
+    BasCI& state = world.state();
+    const auto folder_ids = FolderIds(world, options.folders, console);
+    if (!folder_ids) return Finish(console, {}, 0, options.dry_run, kExitFailed);
+
+    CManage& run = *world.session().Manage();
+    run.Compress(!options.html_only);
+    run.HTML(options.html || options.html_only);
+    run.FolderIDs(*folder_ids);
+    RunView view(run, state.ports.clock, world.loop(), console);
+    run.Events(&view);
+    const Interrupt interrupt(world.loop(), [&run] { run.Cancel(true); });
+    const auto start = state.ports.clock.UnixNanoseconds();
+    run.Manage(false);
+    // A run whose end was not announced (its time did not fit the event) still ends the loop.
+    constexpr int kLookMs = 250;
+    const auto look = world.loop().ArmTimer(kLookMs, [&] {
+        if (!run.InProcess()) world.loop().Quit();
+    });
+    world.loop().Run();
+    world.loop().DisarmTimer(look);
+    view.Finish();
+    run.Events(nullptr);
+
+    const std::int64_t elapsed_ms = (state.ports.clock.UnixNanoseconds() - start) / 1000000;
+    const RunSummary& summary = run.Summary();
+    const int exit_code = ExitCode(view, summary, name, console);
+    const bool ran =
+        exit_code == kExitDone || exit_code == kExitSomeFailed || exit_code == kExitCancelled;
+    if (ran && !console.json && !console.quiet) {
+        if (options.dry_run) console.out() << FolderTable(summary);
+        console.out() << SummaryLine(summary, elapsed_ms, options.dry_run) << '\n';
+    }
+    return Finish(console, summary, elapsed_ms, options.dry_run, exit_code);
+}
+
+int Run(const Options& options, Console& console) {
+    console.json = options.json;
+    console.quiet = options.quiet;
+    auto values = OptionValues(options, console);
+    if (!values) return Finish(console, {}, 0, options.dry_run, kExitUsage);
+    int exit_code = kExitDone;
+    const auto name = LogonName(options.store, console, exit_code);
+    if (!name) return Finish(console, {}, 0, options.dry_run, exit_code);
+
+    WorldPlan plan;
+    plan.options = std::move(*values);
+    plan.server_mode = options.store.server_mode;
+    if (options.dry_run) {
+        plan.writes = WorldPlan::Writes::kNothing;
+        plan.held_lock = HeldLock::kConcealed;
+    }
+    plan.show_error = [&console](const std::string& text) {
+        console.Complain({"error", text, ""});
+    };
+    const auto world = World::Open(plan, *name, console);
+    if (world == nullptr) return Finish(console, {}, 0, options.dry_run, kExitFailed);
+    return RunOn(*world, options, *name, console);
+}
+
+}  // namespace
+
+Runner AttachCompress(CLI::App& app) {
+    auto options = std::make_shared<Options>();
+    AddStoreOptions(app, options->store);
+    app.add_option("--folder", options->folders,
+                   "Only this folder, without those below it; may be given several times")
+        ->type_name("PATH")
+        ->allow_extra_args(false);
+    app.add_flag("--html", options->html, "Remove stationery images as well");
+    app.add_flag("--html-only", options->html_only, "Remove stationery images, zip nothing")
+        ->excludes("--html");
+    app.add_flag("--separate", options->separate, "One archive an attachment");
+    app.add_flag("--rollup", options->rollup, "One archive a message")->excludes("--separate");
+    app.add_option("--level", options->level, "ex smallest, std, ef fast, es fastest")
+        ->type_name("ex|std|ef|es");
+    app.add_option("--min-size", options->min_size, "Leave smaller attachments alone")
+        ->type_name("BYTES");
+    app.add_option("--exclude", options->exclude,
+                   "Extensions to leave alone, as \".zip:.jpg\" (replaces the setting)")
+        ->type_name("LIST");
+    app.add_flag("--custom-items", options->custom_items, "Messages of custom classes as well");
+    app.add_flag("-n,--dry-run", options->dry_run,
+                 "Do all the work, write nothing, show what would change");
+    app.add_flag("--json", options->json, "One JSON object a line on the standard output");
+    app.add_flag("-q,--quiet", options->quiet, "Errors only");
+    return [options](Console& console) { return Run(*options, console); };
+}
+
+}  // namespace trevix::cli

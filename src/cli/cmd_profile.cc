@@ -1,0 +1,129 @@
+// trevixctl profile: names for the mail stores that a person uses.
+#include <CLI/App.hpp>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "cli/command_table.h"
+#include "cli/exit_codes.h"
+#include "cli/store_choice.h"
+#include "cli/text_format.h"
+#include "platform/posix/posix_file_system.h"
+#include "platform/profiles/profile_file.h"
+
+namespace trevix::cli {
+namespace {
+
+struct Options {
+    std::string name;
+    std::string user;
+    std::vector<std::string> maildirs;
+    std::string inbox;
+    bool json = false;
+};
+
+profiles::ProfileFile File() {
+    return profiles::ProfileFile(profiles::ProfileFilePath());
+}
+
+int Complain(const Error& error, Console& console) {
+    std::string hint = "\"trevixctl profile list\" shows the profiles";
+    if (error.kind == ErrorKind::kMalformed)
+        hint = "correct the file by hand; it was left as it is";
+    if (error.kind == ErrorKind::kDenied) hint = "give this user permission to write there";
+    console.Complain({"profile", error.description, hint});
+    return kExitFailed;
+}
+
+int Add(const Options& options, Console& console) {
+    if (options.name.find(':') != std::string::npos) {
+        console.Complain({options.name, "a profile's name has no colon", "choose another name"});
+        return kExitUsage;
+    }
+    profiles::Profile profile;
+    profile.name = options.name;
+    profile.user = options.user;
+    posix::PosixFileSystem files;
+    for (const std::string& directory : options.maildirs) {
+        const std::string path = AbsolutePath(directory);
+        if (!files.DirectoryExists(path)) {
+            console.Complain({path, "no such directory", "give the directory of a Maildir"});
+            return kExitFailed;
+        }
+        profile.stores.push_back("maildir:" + path);
+    }
+    if (!options.inbox.empty()) profile.inbox = "maildir:" + AbsolutePath(options.inbox);
+    const Status added = File().Add(profile);
+    return added.ok() ? kExitDone : Complain(added.error(), console);
+}
+
+int List(const Options& options, Console& console) {
+    console.json = options.json;
+    const auto list = File().List();
+    if (!list.ok()) return Complain(list.error(), console);
+    for (const profiles::Profile& profile : list.value()) {
+        if (console.json) {
+            console.Event({{"event", "profile"},
+                           {"name", profile.name},
+                           {"user", profile.user},
+                           {"stores", profile.stores},
+                           {"inbox", profile.inbox}});
+            continue;
+        }
+        console.out() << Printable(profile.name);
+        if (!profile.user.empty()) console.out() << " (" << Printable(profile.user) << ")";
+        console.out() << "\n";
+        for (const std::string& store : profile.stores) {
+            console.out() << "    " << Printable(store)
+                          << (store == profile.inbox ? "  (Inbox)" : "") << "\n";
+        }
+    }
+    console.Event({{"event", "summary"}, {"exit", kExitDone}});
+    return kExitDone;
+}
+
+int Remove(const Options& options, Console& console) {
+    const Status removed = File().Remove(options.name);
+    return removed.ok() ? kExitDone : Complain(removed.error(), console);
+}
+
+CLI::App* Sub(CLI::App& app, const char* name, const char* summary, const char* example) {
+    CLI::App* sub = app.add_subcommand(name, summary);
+    sub->footer(std::string("Example:\n  ") + example);
+    return sub;
+}
+
+}  // namespace
+
+Runner AttachProfile(CLI::App& app) {
+    auto options = std::make_shared<Options>();
+    app.require_subcommand(1);
+
+    CLI::App* add = Sub(app, "add", "Add a profile",
+                        "trevixctl profile add home --maildir ~/Maildir --user \"Ann Example\"");
+    add->add_option("NAME", options->name, "Its name")->required();
+    add->add_option("--maildir", options->maildirs, "A mail directory; may be given several times")
+        ->type_name("DIR")
+        ->required()
+        ->allow_extra_args(false);
+    add->add_option("--inbox", options->inbox, "Which of them holds the Inbox (default: the first)")
+        ->type_name("DIR");
+    add->add_option("--user", options->user, "The owner's name (default: the login name)")
+        ->type_name("NAME");
+
+    CLI::App* list = Sub(app, "list", "Show the profiles", "trevixctl profile list");
+    list->add_flag("--json", options->json, "One JSON object a line");
+
+    CLI::App* remove = Sub(app, "remove", "Remove a profile; its mail stays where it is",
+                           "trevixctl profile remove home");
+    remove->add_option("NAME", options->name, "Its name")->required();
+
+    return [=](Console& console) {
+        if (add->parsed()) return Add(*options, console);
+        if (list->parsed()) return List(*options, console);
+        return Remove(*options, console);
+    };
+}
+
+}  // namespace trevix::cli

@@ -1,0 +1,136 @@
+#include "cli/command_table.h"
+
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <cstring>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "cli/exit_codes.h"
+#include "shell/log_writer.h"
+
+namespace trevix::cli {
+namespace {
+
+constexpr const char* kExitStatus =
+    "Exit status: 0 done, 1 failed, 2 usage, 3 finished but some messages failed,\n"
+    "75 another run holds the store, 130 cancelled.";
+
+constexpr const char* kProgramExample =
+    "Example:\n"
+    "  trevixctl compress --maildir ~/Maildir --dry-run\n"
+    "  trevixctl compress --maildir ~/Maildir\n\n";
+
+class UsageFormatter final : public CLI::Formatter {
+ public:
+    explicit UsageFormatter(std::string usage) : usage_(std::move(usage)) { column_width(28); }
+
+    std::string make_usage(const CLI::App* /*app*/, std::string /*name*/) const override {
+        return "Usage: trevixctl " + usage_ + "\n";
+    }
+
+ private:
+    std::string usage_;
+};
+
+void Dress(CLI::App& app, const Command& command) {
+    app.formatter(std::make_shared<UsageFormatter>(command.usage));
+    std::string example = command.example;
+    for (std::size_t at = 0; (at = example.find('\n', at)) != std::string::npos; at += 3) {
+        example.replace(at, 1, "\n  ");
+    }
+    app.footer("Example:\n  " + example);
+}
+
+int UsageError(const std::string& why, const CLI::App& app, Console& console) {
+    std::string help = "trevixctl --help";
+    for (const CLI::App* sub : app.get_subcommands()) {
+        help = "trevixctl " + sub->get_name() + " --help";
+    }
+    console.Complain({"command line", why, "see \"" + help + "\""});
+    console.Event({{"event", "summary"}, {"exit", kExitUsage}});
+    return kExitUsage;
+}
+
+// Help of the innermost command that was named.
+int ShowHelp(const CLI::App& app, Console& console) {
+    const CLI::App* innermost = &app;
+    while (!innermost->get_subcommands().empty()) {
+        innermost = innermost->get_subcommands().front();
+    }
+    console.out() << innermost->help();
+    return kExitDone;
+}
+
+bool AsksForJson(int argc, const char* const* argv) {
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--json") == 0) return true;
+        if (std::strcmp(argv[i], "--") == 0) return false;
+    }
+    return false;
+}
+
+}  // namespace
+
+std::vector<Command> CommandTable() {
+    return {
+        {"compress", "Zip the attachments of a mail store, in place", "compress [STORE] [OPTIONS]",
+         "trevixctl compress --maildir ~/Maildir --dry-run\n"
+         "trevixctl compress --maildir ~/Maildir --folder Inbox --folder Archive/2019 --level ex",
+         AttachCompress},
+        {"report", "Show what the last compression run did",
+         "report [STORE] [--html FILE] [--open]",
+         "trevixctl report --maildir ~/Maildir\n"
+         "trevixctl report --maildir ~/Maildir --html last-run.html",
+         AttachReport},
+        {"status", "Show the stores, the run lock, the totals and the marks of the folders",
+         "status [STORE] [--json]", "trevixctl status --maildir ~/Maildir", AttachStatus},
+        {"folders", "Show the folder tree with message counts", "folders [STORE] [--ids] [--json]",
+         "trevixctl folders --maildir ~/Maildir", AttachFolders},
+        {"config", "Read and change the settings", "config COMMAND",
+         "trevixctl config list\n"
+         "trevixctl config set min-size 20000",
+         AttachConfig},
+        {"profile", "Name the mail stores that you use", "profile COMMAND",
+         "trevixctl profile add home --maildir ~/Maildir\n"
+         "trevixctl compress --profile home",
+         AttachProfile},
+        {"log", "Show the diagnostic log", "log [-n LINES] [--follow]", "trevixctl log -n 20",
+         AttachLog},
+    };
+}
+
+int RunProgram(int argc, const char* const* argv, Console& console) {
+    console.json = AsksForJson(argc, argv);
+    CLI::App app("Zips the attachments of stored mail, in place and without loss.", "trevixctl");
+    app.formatter(std::make_shared<UsageFormatter>("COMMAND [OPTIONS]"));
+    app.footer(std::string(kProgramExample) + kExitStatus);
+    app.set_version_flag("--version", std::string("trevixctl ") + kVersionText);
+    app.require_subcommand(1);
+
+    std::vector<std::pair<CLI::App*, Runner>> runners;
+    for (const Command& command : CommandTable()) {
+        CLI::App* sub = app.add_subcommand(command.name, command.summary);
+        Dress(*sub, command);
+        runners.emplace_back(sub, command.attach(*sub));
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForVersion& version) {
+        console.out() << version.what() << '\n';
+        return kExitDone;
+    } catch (const CLI::CallForHelp&) {
+        return ShowHelp(app, console);
+    } catch (const CLI::CallForAllHelp&) {
+        return ShowHelp(app, console);
+    } catch (const CLI::ParseError& error) {
+        return UsageError(error.what(), app, console);
+    }
+    for (const auto& [sub, run] : runners) {
+        if (sub->parsed()) return run(console);
+    }
+    return UsageError("no command", app, console);
+}
+
+}  // namespace trevix::cli

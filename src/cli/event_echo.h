@@ -1,0 +1,31 @@
+// EventEcho: an event log that also shows the user the errors of a run as they happen.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+
+#include "platform/event_log.h"
+
+namespace trevix::cli {
+
+class EventEcho final : public EventLog {
+ public:
+    // Called with the text of each error entry, without the names of its class and procedure.
+    using Show = std::function<void(const std::string& text)>;
+
+    // `behind` may be null: then the entries go nowhere else.
+    EventEcho(EventLog* behind, Show show) : behind_(behind), show_(std::move(show)) {}
+
+    // Entries are to be shown also where the system keeps no log.
+    bool Available() override { return true; }
+
+    Status Report(const StringArray& strings, const std::string& source,
+                  const std::string& second_text, int type) override;
+
+ private:
+    EventLog* behind_;
+    Show show_;
+};
+
+}  // namespace trevix::cli

@@ -1,0 +1,22 @@
+// trevixctl: the compression of stored mail from the command line.
+#include <unistd.h>
+
+#include <exception>
+#include <iostream>
+
+#include "cli/command_table.h"
+#include "cli/exit_codes.h"
+
+int main(int argc, char** argv) {
+    trevix::cli::Console console(std::cout, std::cerr, ::isatty(STDERR_FILENO) == 1);
+    try {
+        const int exit_code = trevix::cli::RunProgram(argc, argv, console);
+        std::cout.flush();
+        if (std::cout.good()) return exit_code;
+        // A pipe that was closed, a full disk: what was asked for did not arrive.
+        return exit_code == trevix::cli::kExitDone ? trevix::cli::kExitFailed : exit_code;
+    } catch (const std::exception& failure) {
+        console.Complain({"internal error", failure.what(), "this is a fault of the program"});
+        return trevix::cli::kExitFailed;
+    }
+}

@@ -1,0 +1,105 @@
+#include "cli/run_view.h"
+
+#include <nlohmann/json.hpp>
+
+#include "cli/text_format.h"
+#include "store/run_lock.h"
+
+namespace trevix::cli {
+namespace {
+
+constexpr std::int64_t kRedrawMs = 100;
+constexpr std::size_t kNameColumns = 24;
+
+// The part of the store that holds no messages of its own.
+constexpr const char* kTopFolder = "Top of Information Store";
+
+}  // namespace
+
+// The tick count wraps; differences do not care.
+std::int64_t RunView::ElapsedMs(std::int32_t since) const {
+    return static_cast<std::uint32_t>(clock_.TickCount()) - static_cast<std::uint32_t>(since);
+}
+
+void RunView::FolderChange(const std::string& folder_name, std::int32_t count) {
+    ShowFinishedFolders();
+    folder_ = folder_name;
+    folder_count_ = count;
+    folder_start_ = clock_.TickCount();
+    drawn_ = false;
+    console_.Event({{"event", "folder"}, {"folder", folder_name}, {"messages", count}});
+    Draw(0);
+}
+
+void RunView::Progress(const std::string& folder_name, std::int32_t count) {
+    folder_ = folder_name;
+    Draw(count);
+}
+
+void RunView::Draw(std::int32_t done) {
+    if (drawn_ && ElapsedMs(last_drawn_) < kRedrawMs) return;
+    last_drawn_ = clock_.TickCount();
+    drawn_ = true;
+    const RunSummary& summary = run_.Summary();
+    const std::int64_t saved = summary.original_bytes - summary.compressed_bytes;
+    if (console_.json) {
+        console_.Event({{"event", "progress"},
+                        {"folder", folder_},
+                        {"done", done},
+                        {"messages", folder_count_},
+                        {"bytes_saved", saved}});
+        return;
+    }
+    if (console_.quiet) return;
+    std::string line = Shortened(Printable(folder_), kNameColumns) + " " + std::to_string(done) +
+                       "/" + std::to_string(folder_count_) + ", " + HumanBytes(saved) + " saved";
+    // The message at hand is not done yet.
+    if (done > 1) {
+        const std::int64_t left =
+            ElapsedMs(folder_start_) * (folder_count_ - done + 1) / (done - 1);
+        line += ", " + HumanDuration(left) + " left";
+    }
+    console_.Redraw(line);
+}
+
+void RunView::ShowFinishedFolders() {
+    const auto& folders = run_.Summary().folders;
+    for (; folders_shown_ < folders.size(); ++folders_shown_) {
+        const FolderReport& folder = folders[folders_shown_];
+        if (console_.json || console_.quiet || console_.err_is_terminal()) continue;
+        if (folder.path == kTopFolder) continue;
+        std::string line = Printable(folder.path) + ": ";
+        if (folder.compressed_count == 0) {
+            line += "nothing to zip";
+        } else {
+            line += std::to_string(folder.compressed_count) + " zipped, " +
+                    HumanBytes(folder.original_bytes) + " -> " +
+                    HumanBytes(folder.compressed_bytes);
+        }
+        console_.Note(line);
+    }
+}
+
+void RunView::Complete(std::int32_t elapsed_ms) {
+    end_ = End::kComplete;
+    console_.Event({{"event", "complete"}, {"elapsed_ms", elapsed_ms}});
+    loop_.Quit();
+}
+
+void RunView::Abort(const std::string& message) {
+    abort_message_ = message;
+    if (message == "Cancelled") {
+        end_ = End::kCancelled;
+    } else {
+        end_ = message == kManageLockTexts.conflict_message ? End::kHeld : End::kRefused;
+    }
+    console_.Event({{"event", "abort"}, {"message", message}});
+    loop_.Quit();
+}
+
+void RunView::Finish() {
+    ShowFinishedFolders();
+    console_.ClearLine();
+}
+
+}  // namespace trevix::cli

@@ -1,0 +1,32 @@
+// Numbers, times and foreign text as the command line shows them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace trevix::cli {
+
+// "1,023 bytes", "1.5 KB", "12 MB": three digits, units of 1024.
+std::string HumanBytes(std::int64_t bytes);
+
+// "0.4 s", "12 s", "3 min 5 s", "2 h 10 min".
+std::string HumanDuration(std::int64_t milliseconds);
+
+// How much smaller `after` is than `before`, in whole percent towards zero; 0 when nothing was.
+std::int64_t SavedPercent(std::int64_t before, std::int64_t after);
+
+// Names come from mail, so they may hold anything: control characters, which a terminal would obey,
+// and broken UTF-8 become "?".
+std::string Printable(const std::string& text);
+
+// The first `columns` characters, the last of them "…" when the text was longer.
+std::string Shortened(const std::string& text, std::size_t columns);
+
+// `text` with blanks behind it, or in front of it, up to `columns` characters.
+std::string PadRight(const std::string& text, std::size_t columns);
+std::string PadLeft(const std::string& text, std::size_t columns);
+
+// An error's text for people: without the code in brackets that ends those of message stores.
+std::string PlainText(const std::string& description);
+
+}  // namespace trevix::cli

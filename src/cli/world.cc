@@ -1,0 +1,194 @@
+#include "cli/world.h"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include "cli/dry_run_store.h"
+#include "cli/memory_cache.h"
+#include "cli/private_place.h"
+#include "cli/setting_file.h"
+#include "cli/text_format.h"
+#include "manage/cmanage.h"
+#include "platform/eventlog/system_event_log.h"
+#include "platform/maildir/maildir_store.h"
+#include "platform/mime/messaging_factory.h"
+#include "platform/posix/posix_file_system.h"
+#include "platform/posix/system_clock.h"
+#include "platform/profiles/profile_provider.h"
+#include "platform/recordset/factory.h"
+#include "platform/registry/file_registry.h"
+#include "platform/registry/process_environment.h"
+#include "platform/zip/factory.h"
+#include "store/results_message.h"
+
+namespace trevix::cli {
+namespace {
+
+using Writes = WorldPlan::Writes;
+
+// The installed data lies apart from the program, in the build tree beside it.
+std::string DataDirectory(const std::string& program_directory) {
+    const std::string installed = program_directory + "/" + TREVIX_DATA_FROM_BIN;
+    struct stat about {};
+    return ::stat(installed.c_str(), &about) == 0 ? installed : program_directory;
+}
+
+posix::FileSystemPlaces PlacesFor(const PrivatePlace* place) {
+    posix::FileSystemPlaces places = posix::DefaultPlaces();
+    places.installation = DataDirectory(places.installation);
+    if (place != nullptr) places.temporary = place->path();
+    return places;
+}
+
+// The store of a world that writes nothing looks, and keeps what it is told to write.
+Result<std::unique_ptr<MailStore>> OpenStore(const std::string& path, const WorldPlan& plan,
+                                             Clock& clock, const PrivatePlace* place) {
+    const bool looks_only = plan.writes == Writes::kNothing;
+    auto hidden = HiddenMailOf(path, looks_only, clock);
+    if (!hidden.ok()) return hidden.error();
+    auto store =
+        maildir::OpenMaildir(path, std::move(hidden).value(), clock,
+                             looks_only ? maildir::Leftovers::kLeave : maildir::Leftovers::kFinish);
+    if (!store.ok() || !looks_only) return store;
+    return std::unique_ptr<MailStore>(std::make_unique<DryRunStore>(std::move(store).value(), clock,
+                                                                    place->path(), plan.held_lock));
+}
+
+// What the command line stands for: the add-in, whose settings and log are this user's own.
+std::vector<OverlayValue> OverlayOf(const WorldPlan& plan) {
+    std::vector<OverlayValue> values = plan.options;
+    if (!plan.server_mode) values.push_back(TextOverlay("Tray", "1"));
+    if (plan.writes == Writes::kNothing) values.push_back(NumberOverlay("ErrorLogSize", 0));
+    return values;
+}
+
+struct SettingFiles {
+    std::string user = registry::UserFilePath();
+    std::string machine = registry::kMachineFilePath;
+};
+
+class BuiltWorld final : public World {
+ public:
+    BuiltWorld(const WorldPlan& plan, std::unique_ptr<PrivatePlace> place,
+               const SettingFiles& settings)
+        : plan_(plan),
+          place_(std::move(place)),
+          event_log_(plan.writes == Writes::kNothing ? nullptr : &system_log_, plan.show_error),
+          files_(PlacesFor(place_.get())),
+          file_registry_(settings.user, settings.machine),
+          registry_(file_registry_, OverlayOf(plan)),
+          provider_(profiles::ProfileFile(profiles::ProfileFilePath()),
+                    {{"maildir",
+                      [this](const std::string& path) {
+                          return OpenStore(path, plan_, clock_, place_.get());
+                      }}}),
+          cache_(CacheFor(plan)),
+          messaging_(mime::MessagingFactoryOver(provider_, *cache_, clock_)),
+          state_(Ports{clock_, loop_, event_log_, files_, registry_, environment_, *messaging_,
+                       record_sets_, zip_}),
+          session_(state_) {}
+
+    BasCI& state() override { return state_; }
+    Session& session() override { return session_; }
+    posix::PollLoop& loop() override { return loop_; }
+    FileSystem& files() { return files_; }
+
+ private:
+    // In the order in which they are needed, so that each outlives who uses it.
+    WorldPlan plan_;
+    std::unique_ptr<PrivatePlace> place_;
+    posix::SystemClock clock_;
+    posix::PollLoop loop_;
+    eventlog::SystemEventLog system_log_;
+    EventEcho event_log_;
+    posix::PosixFileSystem files_;
+    registry::FileRegistry file_registry_;
+    RegistryOverlay registry_;
+    registry::ProcessEnvironment environment_;
+    profiles::ProfileProvider provider_;
+    std::unique_ptr<SummaryCache> cache_;
+    std::unique_ptr<MessagingFactory> messaging_;
+    recordset::Factory record_sets_;
+    zip_engine::Factory zip_;
+    BasCI state_;
+    Session session_;
+};
+
+// A settings file that the component would not understand must not be taken for the defaults.
+bool CheckSettings(Console& console) {
+    SettingFile user;
+    const auto unusable = user.FindUnusable();
+    if (unusable) console.Complain(*unusable);
+    return !unusable;
+}
+
+// Opening a key makes it, so a world that writes nothing works on copies of the settings.
+bool CopySettings(PrivatePlace& place, SettingFiles& settings, Console& console) {
+    for (std::string* file : {&settings.user, &settings.machine}) {
+        auto copy = place.CopyOf(*file);
+        if (!copy.ok()) {
+            console.Complain({"settings", copy.error().description,
+                              "give this user permission to read the file"});
+            return false;
+        }
+        *file = std::move(copy).value();
+    }
+    return true;
+}
+
+std::unique_ptr<BuiltWorld> Build(const WorldPlan& plan, Console& console) {
+    constexpr const char* kTemporaryHint =
+        "make room there, or set TMPDIR to a directory that you may write";
+    SettingFiles settings;
+    std::unique_ptr<PrivatePlace> place;
+    if (plan.writes == Writes::kNothing) {
+        auto made = PrivatePlace::Make(posix::DefaultPlaces().temporary);
+        if (!made.ok()) {
+            console.Complain({"temporary files", made.error().description, kTemporaryHint});
+            return nullptr;
+        }
+        place = std::move(made).value();
+        if (!CopySettings(*place, settings, console)) return nullptr;
+    }
+    auto world = std::make_unique<BuiltWorld>(plan, std::move(place), settings);
+    if (!world->files().TemporaryPath().empty()) return world;
+    console.Complain({posix::DefaultPlaces().temporary,
+                      "no private directory can be made for temporary files", kTemporaryHint});
+    return nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<World> World::Open(const WorldPlan& plan, const std::string& logon_name,
+                                   Console& console) {
+    if (!CheckSettings(console)) return nullptr;
+    std::unique_ptr<BuiltWorld> world = Build(plan, console);
+    if (world == nullptr) return nullptr;
+    if (!world->state().Main()) {
+        console.Complain({"start", "the messaging session cannot be created", ""});
+        return nullptr;
+    }
+    Session& session = world->session();
+    session.Logon(logon_name);
+    if (session.Manage() == nullptr) {
+        const std::string& failure = session.LogonFailure();
+        console.Complain({logon_name, PlainText(failure.empty() ? session.LastError() : failure),
+                          "\"trevixctl profile list\" shows your profiles; --maildir takes the "
+                          "directory with cur, new and tmp"});
+        return nullptr;
+    }
+    return world;
+}
+
+Variant ResultsProperty(BasCI& state, const std::string& name, std::uint16_t type) {
+    const std::unique_ptr<Message> message = GetResultsHM(state);
+    if (message == nullptr) return {};
+    auto value = GetNamed(*message, name, type);
+    return value.ok() ? std::move(value).value() : Variant();
+}
+
+}  // namespace trevix::cli

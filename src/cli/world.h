@@ -1,0 +1,55 @@
+// World: all that one run of the program consists of, built in one place and logged on to a store.
+//
+// This is the composition root: nothing else of the program names an adapter of the core's ports.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cli/console.h"
+#include "cli/dry_run_hidden.h"
+#include "cli/event_echo.h"
+#include "cli/registry_overlay.h"
+#include "platform/posix/poll_loop.h"
+#include "shell/bas_ci.h"
+#include "shell/session.h"
+
+namespace trevix::cli {
+
+struct WorldPlan {
+    // kNothing: every write stays in memory or in private temporary files, and no log is kept.
+    enum class Writes { kEverything, kNothing };
+    Writes writes = Writes::kEverything;
+
+    // Whether what is learnt of messages may go into the summary cache all the same.
+    bool keeps_summaries = false;
+
+    HeldLock held_lock = HeldLock::kShown;  // of worlds that write nothing
+    bool server_mode = false;
+    std::vector<OverlayValue> options;  // what the command line sets for this run
+    EventEcho::Show show_error;         // where the errors of the run go; empty for nowhere
+};
+
+class World {
+ public:
+    // Builds everything and logs on with a profile's name or a store's address. Null after a
+    // complaint.
+    static std::unique_ptr<World> Open(const WorldPlan& plan, const std::string& logon_name,
+                                       Console& console);
+    virtual ~World() = default;
+    World(const World&) = delete;
+    World& operator=(const World&) = delete;
+
+    virtual BasCI& state() = 0;
+    virtual Session& session() = 0;
+    virtual posix::PollLoop& loop() = 0;
+
+ protected:
+    World() = default;
+};
+
+// The text of the results message's property; empty when there is none.
+Variant ResultsProperty(BasCI& state, const std::string& name, std::uint16_t type);
+
+}  // namespace trevix::cli
