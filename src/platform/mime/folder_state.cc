@@ -30,8 +30,8 @@ Result<std::shared_ptr<const FolderSummary>> FolderState::Refresh() {
     Flush();
     const bool has_known = was_cached_ || listed_once_;
     const MailListing known = TakeKnownListing();
-    const bool trust_known = has_known && failed_keys_.empty();
-    Result<MailChange> change = store_.List(path_, trust_known ? &known : nullptr);
+    // After a failure the stamp is empty, so the store lists anew, with what is known as its base.
+    Result<MailChange> change = store_.List(path_, has_known ? &known : nullptr);
     if (!change.ok()) return change.error();
     if (change.value().changed) TakeListing(std::move(change).value().listing);
     listed_once_ = true;
