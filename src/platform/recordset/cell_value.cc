@@ -81,8 +81,7 @@ WriteOutcome WriteText(Table& table, std::uint8_t* image, const Column& column,
         text = normalized;
     }
     // A text has at most as many units as bytes, so most need no counting.
-    if (column.limit_units != 0 && text.size() > column.limit_units &&
-        Utf16Units(text) > column.limit_units) {
+    if (text.size() > column.limit_units && Utf16Units(text) > column.limit_units) {
         return WriteOutcome::kRefused;
     }
     if (text.size() > kMaxCellBytes / 2) return WriteOutcome::kRefused;

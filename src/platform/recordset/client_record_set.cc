@@ -227,16 +227,19 @@ void ClientRecordSet::BeginEdit(Edit edit, const std::uint8_t* image) {
     touched_.assign(MapBytes(fields().size()), 0);
 }
 
+// Numbers the rows anew when most were deleted. Not while a filter holds numbers of rows, nor while
+// the place of a deleted record is where the next move starts from.
+void ClientRecordSet::MakeRoom() {
+    const bool on_deleted = place_ != kEnd && row_ == kNoRow;
+    if (filtered_ || on_deleted || !table().ShouldCompact()) return;
+    const RowId moved = records_->Compact(row_);
+    GoTo(moved == kNoRow ? kEnd : moved);
+}
+
 Status ClientRecordSet::AddNew() {
     if (!records_) return RuntimeError(kObjectClosed);
     TREVIX_RETURN_IF_ERROR(FinishEdit());
-    if (!filtered_ && table().ShouldCompact()) {
-        const bool had_record = row_ != kNoRow;
-        const RowId from = place_ == kEnd ? kNoRow : static_cast<RowId>(place_);
-        const RowId moved = records_->Compact(from);
-        place_ = moved == kNoRow ? kEnd : moved;
-        row_ = had_record ? moved : kNoRow;
-    }
+    MakeRoom();
     if (table().rows().size() >= kNoRow - 1) return RuntimeError(kOutOfMemory);
     BeginEdit(Edit::kAdding, table().default_row().data());
     return {};

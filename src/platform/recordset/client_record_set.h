@@ -55,6 +55,7 @@ class ClientRecordSet : public RecordSet {
     Status FinishEdit();
     void DropEdit();
     void BeginEdit(Edit edit, const std::uint8_t* image);
+    void MakeRoom();
     void KeepAdded();
     void KeepChanged();
 

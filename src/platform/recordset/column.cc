@@ -41,10 +41,10 @@ CellPrefix PrefixOf(const Column& column) {
     return fixed ? CellPrefix::kNone : CellPrefix::kOneByte;
 }
 
-// The longest text that a column which was read can hold, in units; 0: any.
+// The longest text that a column which was read can hold, in units.
 std::uint32_t LongestText(const Column& column) {
     if (!column.IsLong() || column.prefix == CellPrefix::kNone) return column.max_length;
-    return column.prefix == CellPrefix::kOneByte ? 255 / 2 : 0;
+    return column.prefix == CellPrefix::kOneByte ? 255 / 2 : kNoLimit;
 }
 
 void CompleteSizes(Column& column) {
@@ -81,7 +81,9 @@ Column MakeColumn(const std::string& name, FieldType type, int defined_size, int
         column.flags = row.flags;
     }
     if (attributes != kFieldUnspecified) column.flags |= static_cast<std::uint32_t>(attributes);
-    if (type == FieldType::kBstr) column.limit_units = static_cast<std::uint32_t>(defined_size);
+    if (type == FieldType::kBstr && defined_size > 0) {
+        column.limit_units = static_cast<std::uint32_t>(defined_size);
+    }
     CompleteSizes(column);
     return column;
 }

@@ -14,12 +14,14 @@ enum class CellKind : std::uint8_t { kInt16, kInt32, kDouble, kDate, kBoolean, k
 // What stands before a cell in a file.
 enum class CellPrefix : std::uint8_t { kNone, kOneByte, kFourBytes };
 
+inline constexpr std::uint32_t kNoLimit = 0xFFFFFFFF;
+
 struct Column {
     std::string name;
     FieldType type = FieldType::kOther;
     CellKind kind = CellKind::kBytes;
     bool nullable = false;
-    std::uint32_t limit_units = 0;  // longest text that Set() takes; 0: any
+    std::uint32_t limit_units = kNoLimit;  // longest text that Set() takes
 
     std::uint16_t db_type = 0;
     std::uint32_t max_length = 0;

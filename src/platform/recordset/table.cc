@@ -49,12 +49,10 @@ void Table::Clear(std::uint8_t* image, std::size_t column) const {
 
 void Table::LimitTexts(const std::vector<Column>& appended) {
     for (const Column& known : appended) {
-        if (known.kind != CellKind::kText || known.limit_units == 0) continue;
+        if (known.kind != CellKind::kText) continue;
         for (Column& column : columns_) {
             if (column.kind != CellKind::kText || !FoldedEqual(column.name, known.name)) continue;
-            const bool free = column.limit_units == 0;
-            column.limit_units =
-                free ? known.limit_units : std::min(column.limit_units, known.limit_units);
+            column.limit_units = std::min(column.limit_units, known.limit_units);
         }
     }
 }

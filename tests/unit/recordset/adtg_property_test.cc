@@ -59,7 +59,7 @@ Variant RandomValue(Random& random, const Column& column) {
         default: {
             constexpr std::size_t kUnits[] = {0, 1, 5, 127, 128, 400};
             std::size_t units = kUnits[random() % std::size(kUnits)];
-            if (column.limit_units != 0) units = std::min<std::size_t>(units, column.limit_units);
+            units = std::min<std::size_t>(units, column.limit_units);
             return RandomText(random, units);
         }
     }
