@@ -134,8 +134,8 @@ class CManage final : public ManageRun {
     bool ReplaceByRollup(MessageWork& work, Attachment& first);
     bool WriteArchiveProperties(MessageWork& work, Attachment& attachment, const Blob& archive,
                                 const std::string& archive_name, const std::string& name);
-    bool ProveArchive(const std::string& archive_path, const std::vector<Blob>& contents,
-                      const std::string& name);
+    bool ProveArchive(const std::string& archive_path, const Blob& archive,
+                      const std::vector<Blob>& contents, const std::string& name);
     bool SaveMessage(MessageWork& work, const std::string& name);
     void NoteFailure(const Error& error);
 

@@ -99,7 +99,7 @@ void CManage::WalkMessages(Folder& folder, const std::string& name, const std::s
         pending.Step(table->SetColumns(
             {kTagLongTermEntryId, kTagEntryId, kTagLastModification, kTagSubject}));
         const std::int32_t row_count = pending.ValueOr(table->RowCount(), 0);
-        pending.Assign(rows, table->GetRows(row_count));
+        if (!pending.failed()) pending.Assign(rows, table->GetRows(row_count));
     }
     if (pending.failed()) {
         LogLine(kProcedure, " unable to read '" + name + "': " + pending.description(), 1);

@@ -277,9 +277,8 @@ void CManage::CompressSeparately(MessageWork& work) {
     const Blob* content = std::get_if<Blob>(&data);
     // A failed archive writes no line of its own; the engine has written one.
     if (content == nullptr || !MakeArchive(work, archive_path)) return;
-    if (!ProveArchive(archive_path, {*content}, work.name)) return;
-
     const Blob archive = ReadFileBinary(archive_path);
+    if (!ProveArchive(archive_path, archive, {*content}, work.name)) return;
     pending.Step(state_.ports.files.Delete(archive_path));
     pending.Step(AddLong(folder_original_bytes_, work.size_bytes));
     pending.Step(AddLong(folder_compressed_bytes_, CapLong(archive.size_bytes())));
@@ -317,7 +316,11 @@ void CManage::FinishRollup(MessageWork& work) {
                 " rollup " + work.rollup_path + " lacks its first attachment; message left", 1);
         return;
     }
-    if (!ProveArchive(work.rollup_path, work.rollup_contents, work.rollup_name)) return;
+    work.rollup_archive = ReadFileBinary(work.rollup_path);
+    if (!ProveArchive(work.rollup_path, work.rollup_archive, work.rollup_contents,
+                      work.rollup_name)) {
+        return;
+    }
     if (!ReplaceByRollup(work, *first)) return;
 
     pending.Step(work.message->SetSubject(work.subject));
@@ -335,7 +338,6 @@ void CManage::FinishRollup(MessageWork& work) {
 // Puts the archive in the place of the first attachment and deletes the others. False when the
 // message refused any of it; it must not be saved then.
 bool CManage::ReplaceByRollup(MessageWork& work, Attachment& first) {
-    work.rollup_archive = ReadFileBinary(work.rollup_path);
     PendingError pending;
     pending.Step(AddLong(folder_compressed_bytes_, CapLong(work.rollup_archive.size_bytes())));
     const bool written = WriteArchiveProperties(work, first, work.rollup_archive, work.rollup_name,
@@ -382,9 +384,11 @@ bool CManage::WriteArchiveProperties(MessageWork& work, Attachment& attachment, 
     return true;
 }
 
-bool CManage::ProveArchive(const std::string& archive_path, const std::vector<Blob>& contents,
-                           const std::string& name) {
-    const Status proof = state_.ports.zip.Proof().Verify(archive_path, contents);
+// Whether the archive, as it was read to be attached, holds exactly the contents that it replaces.
+bool CManage::ProveArchive(const std::string& archive_path, const Blob& archive,
+                           const std::vector<Blob>& contents, const std::string& name) {
+    const Status proof = archive.empty() ? Status(RuntimeError(kDeviceIo, archive_path))
+                                         : state_.ports.zip.Proof().Verify(archive_path, contents);
     if (proof.ok()) return true;
     LogLine(kProcedure,
             " archive check failed for " + name + "; message left: " + proof.error().description,

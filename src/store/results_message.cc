@@ -75,7 +75,7 @@ bool FindItems(BasCI& state, Messages& items, std::vector<FoundItem>& found) {
 
     const std::int32_t count = pending.ValueOr(table->RowCount(), 0);
     std::vector<std::vector<Variant>> rows;
-    pending.Assign(rows, table->GetRows(count));
+    if (!pending.failed()) pending.Assign(rows, table->GetRows(count));
     for (const auto& row : rows) {
         found.push_back({EntryIdOfRow(state, row), pending.ValueOr(ToDate(row[2]), Date{})});
     }
@@ -137,7 +137,7 @@ std::unique_ptr<Message> GetResultsHM(BasCI& state) {
     } else {
         state.log.Write(kModule, kGetResultsHM, " creating new Trevix Results hidden message", 8);
         pending.Assign(message, items->Add(kResultsClass));
-        pending.Step(On(message, [](Message& m) { return m.SetSubject(kResultsSubject); }));
+        if (message != nullptr) pending.Step(message->SetSubject(kResultsSubject));
     }
     if (message == nullptr) {
         LogError(state, " unable to retrieve or create Trevix Results message " +

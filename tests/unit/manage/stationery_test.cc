@@ -1,0 +1,112 @@
+#include <gtest/gtest.h>
+
+#include "support/world.h"
+
+namespace trevix {
+namespace {
+
+using test::World;
+
+struct StationeryTest : testing::Test {
+    StationeryTest() {
+        world.html = true;
+        world.compress = false;
+        fakes::AttachmentData paper = World::File("paper.gif", "image");
+        paper.content_id = "paper@x";
+        message = &world.AddMessage(*world.inbox, "note", {World::File("a.txt", "data"), paper});
+        message->formatted_body = "\\fromhtml1 <body background=\"cid:paper@x\">";
+    }
+    World world;
+    fakes::MessageData* message = nullptr;
+};
+
+TEST_F(StationeryTest, TheBackgroundImageIsRemovedAndCounted) {
+    world.Run("51,F1");
+
+    ASSERT_EQ(message->attachments.size(), 1U);
+    EXPECT_EQ(message->attachments[0].name, "a.txt");
+    EXPECT_EQ(message->updates, 1);
+    EXPECT_TRUE(world.Logged("CManage::DeleteStationery: for note strAttachID=paper@x"));
+    EXPECT_TRUE(world.Logged("CManage::DeleteStationery: deleted paper@x from note"));
+    EXPECT_EQ(std::get<std::int32_t>(*world.Results()->Find("Incoming Deleted Stationery")), 1);
+    EXPECT_EQ(world.session->Manage()->Summary().stationery_removed, 1);
+}
+
+TEST_F(StationeryTest, AnIdentifierWithoutAttachmentIsReportedAndTheMessageNotSaved) {
+    message->attachments[1].content_id = "Paper@x";
+
+    world.Run("51,F1");
+
+    EXPECT_TRUE(world.Logged("CManage::DeleteStationery: unable to locate paper@x on note"));
+    EXPECT_EQ(message->updates, 0);
+}
+
+TEST_F(StationeryTest, AFailedDeletionIsCountedAndReported) {
+    message->attachments[1].refuses_deleting = true;
+
+    world.Run("51,F1");
+
+    EXPECT_TRUE(world.Logged("CManage::DeleteStationery: error deleting paper@x from note [Coll"));
+    EXPECT_EQ(message->updates, 0);
+    EXPECT_EQ(std::get<std::int32_t>(*world.Results()->Find("Incoming Deleted Stationery")), 1);
+}
+
+TEST_F(StationeryTest, AMessageWithoutStationeryIsNotTouched) {
+    message->formatted_body.clear();
+
+    world.Run("51,F1");
+
+    EXPECT_EQ(message->updates, 0);
+    EXPECT_FALSE(world.Logged("DeleteStationery"));
+}
+
+TEST_F(StationeryTest, BothHalvesOfARunTreatTheSameMessage) {
+    world.compress = true;
+
+    world.Run("51,F1");
+
+    ASSERT_EQ(message->attachments.size(), 1U);
+    EXPECT_EQ(message->attachments[0].name, "a.zip");
+}
+
+TEST(GetZipAttachRender, LeavesNeitherMessageNorFileBehind) {
+    World world;
+
+    world.Run();
+
+    EXPECT_TRUE(world.messaging.state.outbox.messages.empty());
+    for (const auto& [path, bytes] : world.files.files) {
+        EXPECT_EQ(path.find("TrevixTb.zip"), std::string::npos) << path;
+    }
+    EXPECT_FALSE(world.Logged("GetZipAttachRender"));
+}
+
+TEST(GetZipAttachRender, WithoutItsPageArchivesGetAnEmptyRendering) {
+    World world;
+    world.files.files.erase("/opt/trevix/TrevixTb.htm");
+    world.AddMessage(*world.inbox, "note", {World::File("a.txt", "data")});
+
+    world.Run();
+
+    EXPECT_TRUE(world.Logged("CManage::GetZipAttachRender: error "));
+    EXPECT_EQ(world.inbox->messages[0].attachments[0].name, "a.zip");
+    EXPECT_EQ(world.inbox->messages[0].attachments[0].rendering, "");
+}
+
+TEST(ReadFileBinary, LogsThePathAndTheUpperBound) {
+    World world;
+    world.AddMessage(*world.inbox, "note", {World::File("a.txt", "data")});
+
+    world.Run();
+
+    bool found = false;
+    for (const std::string& line : world.Log()) {
+        found =
+            found || (line.starts_with("CManage::ReadFileBinary: for /tmp/trevix-1000/ZipTemp/") &&
+                      line.find("a.zip; len=") != std::string::npos);
+    }
+    EXPECT_TRUE(found);
+}
+
+}  // namespace
+}  // namespace trevix
