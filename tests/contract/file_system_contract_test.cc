@@ -1,7 +1,9 @@
+#include "contract/file_system_contract.h"
+
 #include <cstdlib>
 #include <filesystem>
 
-#include "contract/file_system_contract.h"
+#include "fakes/fake_file_system.h"
 #include "platform/posix/posix_file_system.h"
 
 namespace trevix::contract {
@@ -29,10 +31,23 @@ class PosixWorld final : public FileSystemWorld {
     std::unique_ptr<posix::PosixFileSystem> files_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Posix, FileSystemContract,
-                         testing::Values(FileSystemCase{
-                             "posix", [] { return std::make_unique<PosixWorld>(); }}),
-                         FileSystemCaseName);
+class FakeWorld final : public FileSystemWorld {
+ public:
+    FakeWorld() { files_.PutDirectory("/root"); }
+
+    FileSystem& files() override { return files_; }
+    std::string root() override { return "/root/"; }
+
+ private:
+    fakes::FaultPlan plan_;
+    fakes::FakeFileSystem files_{plan_};
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    All, FileSystemContract,
+    testing::Values(FileSystemCase{"fake", [] { return std::make_unique<FakeWorld>(); }},
+                    FileSystemCase{"posix", [] { return std::make_unique<PosixWorld>(); }}),
+    FileSystemCaseName);
 
 }  // namespace
 }  // namespace trevix::contract
