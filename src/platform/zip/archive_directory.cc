@@ -39,7 +39,8 @@ struct EndRecord {
     std::uint64_t size_bytes = 0;
     std::uint64_t offset = 0;
     bool exact = false;
-    bool split = false;
+    bool split = false;      // one of several volumes
+    bool elsewhere = false;  // and the directory begins in another one
 };
 
 bool HasSignature(ArchiveBytes& archive, std::uint64_t offset, std::uint32_t signature) {
@@ -67,7 +68,8 @@ void ReadWideEnd(ArchiveBytes& archive, EndRecord& end) {
     if (archive.ReadAt(at, wide.data(), wide.size()) != kOk) return;
     if (Get32(wide.data()) != kEnd64Signature || at > locator_at) return;
     end.position = at;
-    end.split = Get32(wide.data() + 16) != Get32(wide.data() + 20);
+    end.split = Get32(wide.data() + 16) != 0;
+    end.elsewhere = Get32(wide.data() + 16) != Get32(wide.data() + 20);
     end.count = Get64(wide.data() + 32);
     end.size_bytes = Get64(wide.data() + 40);
     end.offset = Get64(wide.data() + 48);
@@ -77,12 +79,12 @@ void ReadWideEnd(ArchiveBytes& archive, EndRecord& end) {
 EndRecord ReadEnd(const char* bytes, std::uint64_t position) {
     EndRecord end;
     end.position = position;
-    end.split = Get16(bytes + 4) != Get16(bytes + 6);
+    const std::uint16_t volume = Get16(bytes + 4);
+    end.split = volume != 0 && volume != kFull16;
+    end.elsewhere = volume != Get16(bytes + 6);
     end.count = Get16(bytes + 10);
     end.size_bytes = Get32(bytes + 12);
     end.offset = Get32(bytes + 16);
-    // A later volume of a split archive, all of whose directory lies in it.
-    if (Get16(bytes + 4) != 0 && Get16(bytes + 4) != kFull16) end.split = true;
     return end;
 }
 
@@ -90,6 +92,7 @@ EndRecord ReadEnd(const char* bytes, std::uint64_t position) {
 bool Locate(ArchiveBytes& archive, const EndRecord& end, DirectoryPlace* place) {
     place->stated_count = end.count;
     place->count_is_exact = end.exact;
+    place->split = end.split;
     place->size_bytes = end.size_bytes;
     if (end.size_bytes > end.position) return false;
     if (end.size_bytes == 0) {
@@ -203,7 +206,7 @@ Code FindDirectory(ArchiveBytes& archive, DirectoryPlace* place) {
         if (bytes[0] != 'P' || Get32(bytes) != kEndSignature) continue;
         EndRecord end = ReadEnd(bytes, tail_at + i);
         ReadWideEnd(archive, end);
-        if (end.split) return kMultiVolume;
+        if (end.elsewhere) return kMultiVolume;
         if (Locate(archive, end, place)) return kOk;
         seen = true;
     }

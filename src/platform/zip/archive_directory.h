@@ -25,6 +25,9 @@ struct DirectoryPlace {
 
     std::uint64_t stated_count = 0;
     bool count_is_exact = false;  // else only its low 16 bits are stated
+
+    // The last volume of a split archive: it can be listed, but contents are elsewhere.
+    bool split = false;
 };
 
 struct DirectoryEntry {
@@ -47,8 +50,8 @@ struct DirectoryEntry {
 };
 
 // Finds the directory from the end of the archive. kMissingArchive for no bytes at all, kTruncated
-// when it begins like an archive but has no end, kMultiVolume for a part of a split archive, else
-// kStructure.
+// when it begins like an archive but has no end, kMultiVolume for a part of a split archive that
+// does not hold the directory, else kStructure.
 Code FindDirectory(ArchiveBytes& archive, DirectoryPlace* place);
 
 // Steps through the records.

@@ -114,6 +114,7 @@ Code Unzip::Extract() {
     DescriptorBytes bytes(file.get(), identity.size_bytes);
     DirectoryPlace place;
     if (const Code code = FindDirectory(bytes, &place); code != kOk) return code;
+    if (place.split) return kMultiVolume;
     if (const Code code = CheckAllEntries(bytes, place); code != kOk) return code;
 
     Extractor extractor(destination, never_overwrite);
