@@ -29,7 +29,8 @@ inline constexpr std::int16_t kUnzipExtract = 8;  // all entries, to destination
 // One question of the zip engine during the memory actions.
 //   action 0: wants input. `data` is the engine's buffer of `count` bytes; the answer puts bytes
 //             from `input_offset` on into it and their number into `count`; result 0 is the end of
-//             the input, 3 is "go on".
+//             the input, 3 is "go on", anything else says that the input cannot be read: the action
+//             fails with error 11. A count of 0 or less with result 3 is the end of the input too.
 //   action 1: hands over output: `count` bytes in `data` that belong at `output_offset`.
 struct ZipMemoryCall {
     std::int32_t action = 0;
