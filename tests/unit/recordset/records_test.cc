@@ -101,6 +101,23 @@ TEST(TableCompact, KeepsRowsTextsAndFirstValues) {
     EXPECT_EQ(WriteBytes(table), bytes);
 }
 
+TEST(TableShouldCompact, IsTrueOnceMostRowsAreDeletedAndNotAfterwards) {
+    Records records(KeyAndText(), FileHead());
+    for (int i = 0; i < 20000; ++i)
+        records.Add(RowOf(records.table(), i, std::to_string(i)));
+    RowId row = 0;
+    for (; row < 10000; ++row)
+        records.Remove(row);
+    EXPECT_FALSE(records.table().ShouldCompact());
+    for (; row < 15000; ++row)
+        records.Remove(row);
+    EXPECT_TRUE(records.table().ShouldCompact());
+    records.Compact(0);
+    EXPECT_FALSE(records.table().ShouldCompact());
+    EXPECT_EQ(records.table().rows().size(), 5000U);
+    EXPECT_EQ(SelectKey(records, 15000), std::vector<RowId>{0});
+}
+
 TEST(TableRemoveRow, KeepsDeletedRowsThatAFileHeldAndForgetsNewOnes) {
     const std::string head = ConstantStart(1, 2) + ColumnBytes(1, "N", 0x02, 2, 0x14);
     auto records = ReadBytes(head + FromHex("07 01 00 07 02 00 0A 80 00 03 00 0D 80 00 04 00 0F"));
@@ -129,7 +146,7 @@ TEST(TableReplaceRow, KeepsTheFirstValuesOfRowsThatAFileHeld) {
 }
 
 // A long session: messages are indexed again and again.
-TEST(ClientRecordSetAddNew, DoesNotGrowWithWhatWasDeleted) {
+TEST(ClientRecordSetAddNew, KeepsEveryRecordWhileRoomIsMadeAgainAndAgain) {
     ClientRecordSet set;
     ASSERT_TRUE(set.Append("ID", FieldType::kBstr, 0, kFieldUnspecified).ok());
     ASSERT_TRUE(set.Append("Round", FieldType::kInteger, 0, kFieldUnspecified).ok());
