@@ -44,6 +44,13 @@ std::string WithoutNul(std::string_view raw) {
     return text;
 }
 
+// Without the line breaks of a folded value; GMime's readers of parameters expect that.
+std::string Unfolded(std::string_view raw) {
+    const std::string text = WithoutNul(TrimBlanks(raw));
+    const OwnedText unfolded(g_mime_utils_header_unfold(text.c_str()));
+    return unfolded.get();
+}
+
 std::string Valid(const char* text) {
     if (text == nullptr) return {};
     if (g_utf8_validate(text, -1, nullptr) != FALSE) return text;
@@ -116,7 +123,7 @@ std::string Parameterized::Parameter(std::string_view name) const {
 
 Parameterized ParseContentType(std::string_view raw) {
     Parameterized result;
-    const std::string text = WithoutNul(TrimBlanks(raw));
+    const std::string text = Unfolded(raw);
     // A type without a subtype says nothing; the default of the place holds then.
     if (text.substr(0, text.find(';')).find('/') == std::string::npos) return result;
     const OwnedOptions options = MakeOptions();
@@ -131,7 +138,7 @@ Parameterized ParseContentType(std::string_view raw) {
 
 Parameterized ParseDisposition(std::string_view raw) {
     Parameterized result;
-    const std::string text = WithoutNul(TrimBlanks(raw));
+    const std::string text = Unfolded(raw);
     if (text.empty()) return result;
     const OwnedOptions options = MakeOptions();
     const std::unique_ptr<GMimeContentDisposition, DropObject> disposition(

@@ -208,6 +208,13 @@ bool IsProtectedAtTop(const PartTree& tree) {
 std::string ProtectionOf(const PartTree& tree, int part) {
     if (IsOpaqueSecurity(At(tree, part))) return "the part is signed or encrypted";
     for (int at = part; at >= 0; at = At(tree, at).parent) {
+        // Some servers turn encrypted mail into an ordinary multipart; it can still be decrypted
+        // as long as nobody touches its parts.
+        for (const int child : At(tree, at).children) {
+            if (At(tree, child).IsType("application/pgp-encrypted")) {
+                return "the part belongs to encrypted mail";
+            }
+        }
         // A broken one, without parts, counts as well.
         if (IsSecurityContainer(At(tree, at))) return "the part lies in signed or encrypted mail";
     }
