@@ -13,13 +13,18 @@ class DryRunStore::Staged final : public StagedMail {
           content_(std::move(content)) {}
 
     Blob content() const override { return content_; }
-    Result<MailEntry> Commit() override { return store_.Commit(folder_, entry_, content_); }
+    Result<MailEntry> Commit() override {
+        if (is_done_) return MessagingError(kCallFailed);
+        is_done_ = true;
+        return store_.Commit(folder_, entry_, content_);
+    }
 
  private:
     DryRunStore& store_;
     std::string folder_;
     MailEntry entry_;
     Blob content_;
+    bool is_done_ = false;
 };
 
 // A folder with replacements is listed anew each time: its stamp behind says nothing of ours.
@@ -38,6 +43,7 @@ Result<MailChange> DryRunStore::List(const std::string& folder, const MailListin
 }
 
 Result<Blob> DryRunStore::Read(const std::string& folder, const MailEntry& entry) {
+    if (IsReplaced(folder, entry.key)) return MessagingError(kObjectDeleted);
     const Replacement* replacement = FindByCurrent(folder, entry.key);
     if (replacement == nullptr) return behind_->Read(folder, entry);
     if (!replacement->is_kept) return MessagingError(kObjectDeleted);
@@ -48,6 +54,7 @@ Result<std::unique_ptr<StagedMail>> DryRunStore::Stage(const std::string& folder
                                                        const MailEntry& entry,
                                                        const Blob& content) {
     // The message must still be there, as it would have to be for a real replacement.
+    if (IsReplaced(folder, entry.key)) return MessagingError(kObjectDeleted);
     if (FindByCurrent(folder, entry.key) == nullptr) {
         const auto present = behind_->Read(folder, entry);
         if (!present.ok()) return present.error();
@@ -56,6 +63,11 @@ Result<std::unique_ptr<StagedMail>> DryRunStore::Stage(const std::string& folder
     if (!kept.ok()) return kept.error();
     return std::unique_ptr<StagedMail>(
         std::make_unique<Staged>(*this, folder, entry, std::move(kept).value()));
+}
+
+bool DryRunStore::IsReplaced(const std::string& folder, const std::string& key) const {
+    const auto found = replaced_.find(folder);
+    return found != replaced_.end() && found->second.count(key) > 0;
 }
 
 DryRunStore::Replacement* DryRunStore::FindByCurrent(const std::string& folder,
@@ -69,6 +81,7 @@ DryRunStore::Replacement* DryRunStore::FindByCurrent(const std::string& folder,
 
 Result<MailEntry> DryRunStore::Commit(const std::string& folder, const MailEntry& entry,
                                       const Blob& content) {
+    if (IsReplaced(folder, entry.key)) return MessagingError(kObjectDeleted);
     MailEntry current = entry;
     current.key = "dryrun" + std::to_string(++commits_);
     current.locator = current.key;

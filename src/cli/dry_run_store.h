@@ -56,6 +56,7 @@ class DryRunStore final : public MailStore {
     };
     using Replaced = std::map<std::string, Replacement>;  // by the original's key
 
+    bool IsReplaced(const std::string& folder, const std::string& key) const;
     Replacement* FindByCurrent(const std::string& folder, const std::string& key);
     Result<MailEntry> Commit(const std::string& folder, const MailEntry& entry,
                              const Blob& content);

@@ -8,11 +8,11 @@
 #include <utility>
 
 #include "cli/dry_run_store.h"
-#include "cli/memory_cache.h"
 #include "cli/private_place.h"
 #include "cli/setting_file.h"
 #include "cli/text_format.h"
 #include "manage/cmanage.h"
+#include "platform/associated/associated_store.h"
 #include "platform/eventlog/system_event_log.h"
 #include "platform/maildir/maildir_store.h"
 #include "platform/mime/messaging_factory.h"
@@ -22,6 +22,8 @@
 #include "platform/recordset/factory.h"
 #include "platform/registry/file_registry.h"
 #include "platform/registry/process_environment.h"
+#include "platform/summary_cache/memory_summary_cache.h"
+#include "platform/summary_cache/sqlite_summary_cache.h"
 #include "platform/zip/factory.h"
 #include "store/results_message.h"
 
@@ -48,14 +50,29 @@ posix::FileSystemPlaces PlacesFor(const PrivatePlace* place) {
 Result<std::unique_ptr<MailStore>> OpenStore(const std::string& path, const WorldPlan& plan,
                                              Clock& clock, const PrivatePlace* place) {
     const bool looks_only = plan.writes == Writes::kNothing;
-    auto hidden = HiddenMailOf(path, looks_only, clock);
-    if (!hidden.ok()) return hidden.error();
-    auto store =
-        maildir::OpenMaildir(path, std::move(hidden).value(), clock,
-                             looks_only ? maildir::Leftovers::kLeave : maildir::Leftovers::kFinish);
+    auto store = maildir::OpenMaildir(
+        path, std::make_unique<associated::AssociatedStore>(path, clock), clock,
+        looks_only ? maildir::Leftovers::kLeave : maildir::Leftovers::kFinish);
     if (!store.ok() || !looks_only) return store;
     return std::unique_ptr<MailStore>(std::make_unique<DryRunStore>(std::move(store).value(), clock,
                                                                     place->path(), plan.held_lock));
+}
+
+// $XDG_CACHE_HOME/trevix, by default below ~/.cache; without a home nothing is kept.
+std::string CacheDirectory() {
+    const char* configured = std::getenv("XDG_CACHE_HOME");
+    if (configured != nullptr && configured[0] == '/') return std::string(configured) + "/trevix";
+    const char* home = std::getenv("HOME");
+    return home == nullptr || home[0] != '/' ? std::string() : std::string(home) + "/.cache/trevix";
+}
+
+std::unique_ptr<SummaryCache> CacheFor(const WorldPlan& plan) {
+    const std::string directory = CacheDirectory();
+    const bool keeps = plan.writes == Writes::kEverything || plan.keeps_summaries;
+    if (!keeps || directory.empty()) {
+        return std::make_unique<summary_cache::MemorySummaryCache>();
+    }
+    return std::make_unique<summary_cache::SqliteSummaryCache>(directory);
 }
 
 // What the command line stands for: the add-in, whose settings and log are this user's own.
