@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -96,15 +97,18 @@ bool StillThere(const Folder& folder, const MailEntry& entry) {
 // its old name is dropped. Two that really are there are both listed, the one with the lower inode
 // under the plain key, so that the answer does not hang on the order of reading.
 void SeparateDuplicates(const Folder& folder, std::vector<MailEntry>& entries) {
-    std::unordered_map<std::string_view, std::vector<std::size_t>> by_key;
-    by_key.reserve(entries.size());
+    std::unordered_set<std::string_view> keys;
+    keys.reserve(entries.size());
     bool doubled = false;
-    for (std::size_t at = 0; at < entries.size(); ++at) {
-        auto& same = by_key[entries[at].key];
-        same.push_back(at);
-        doubled = doubled || same.size() > 1;
+    for (const MailEntry& entry : entries) {
+        doubled = !keys.insert(entry.key).second || doubled;
     }
     if (!doubled) return;
+
+    std::unordered_map<std::string_view, std::vector<std::size_t>> by_key;
+    for (std::size_t at = 0; at < entries.size(); ++at) {
+        by_key[entries[at].key].push_back(at);
+    }
 
     std::vector<std::pair<std::size_t, std::string>> renamed;
     std::vector<std::size_t> stale;
