@@ -108,6 +108,7 @@ def _steps(old, new, i, j, edits):
     """The ways on from a place where the messages may differ, the likeliest first."""
     a, b = old["pieces"], new["pieces"]
     steps = []
+    last_resort = []
     both_parts = i < len(a) and j < len(b) and _is_part(a, i) and _is_part(b, j)
     if both_parts:
         if _same(a[i], b[j]) and _same(a[i + 1], b[j + 1]):
@@ -115,14 +116,22 @@ def _steps(old, new, i, j, edits):
         old_leaf, new_leaf = old["leaves"][a[i][3]], new["leaves"][b[j][3]]
         if not _same(a[i + 1], b[j + 1]):
             if new_leaf["zip"] is not None:
-                steps.append((i + 2, j + 2, edits + (("replaced", a[i][3], b[j][3]),)))
+                # An archive that does not hold the part may well be an older attachment.
+                likely = _holds(new_leaf["zip"], old_leaf)
+                (steps if likely else last_resort).append(
+                    (i + 2, j + 2, edits + (("replaced", a[i][3], b[j][3]),)))
             elif new_leaf["sha"] == EMPTY_SHA and old_leaf["sha"] != EMPTY_SHA:
                 steps.append((i + 2, j + 2, edits + (("emptied", a[i][3], b[j][3]),)))
     # A removed part takes its delimiter line along, and one of the line breaks around it.
     if i < len(a):
         for length, leaf in _removals(a, i):
             steps.append((i + length, j, edits + (("removed", leaf, None),)))
-    return steps
+    return steps + last_resort
+
+
+def _holds(archive, leaf):
+    shas = (leaf["sha"], leaf["other_sha"])
+    return any(member["sha"] in shas for member in archive["members"])
 
 
 def _removals(pieces, i):
