@@ -2,6 +2,7 @@
 
 #include <gmime/gmime.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "platform/mime/ascii.h"
@@ -114,11 +115,18 @@ std::string DecodeHeaderText(std::string_view raw) {
     return std::string(TrimBlanks(Valid(decoded.get())));
 }
 
+// A name is often given twice: plainly for old readers, with "_" for what they cannot show, and in
+// full with its charset. The latter is the one with characters beyond ASCII, wherever it stands.
 std::string Parameterized::Parameter(std::string_view name) const {
+    const std::string* first = nullptr;
     for (const auto& [key, value] : parameters) {
-        if (key == name) return value;
+        if (key != name) continue;
+        const bool beyond_ascii = std::any_of(
+            value.begin(), value.end(), [](char c) { return static_cast<signed char>(c) < 0; });
+        if (beyond_ascii) return value;
+        if (first == nullptr) first = &value;
     }
-    return {};
+    return first == nullptr ? std::string() : *first;
 }
 
 Parameterized ParseContentType(std::string_view raw) {

@@ -45,7 +45,8 @@ class PropertyAttachment final : public Attachment {
             case kTagAttachmentShortName: return Variant(ShortNameOf(part_->name));
             case kTagAttachmentExtension: return Variant(ExtensionOf(part_->name));
             case kTagAttachmentMethod: return Variant(std::int32_t{part_->method});
-            // Nobody draws pictures of attachments here.
+            // Nobody draws pictures of attachments here, so an attachment's picture is empty.
+            case kTagAttachmentRendering: return Variant(Blob());
             default: return MessagingError(kNotFound);
         }
     }
