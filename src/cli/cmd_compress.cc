@@ -39,9 +39,9 @@ struct Options {
     bool quiet = false;
 };
 
-int Finish(Console& console, const RunSummary& summary, std::int64_t elapsed_ms, bool dry_run,
-           int exit_code) {
-    console.Event(SummaryEvent(summary, elapsed_ms, dry_run, exit_code));
+// Each run ends in a summary, also one that never began.
+int NotRun(const Options& options, int exit_code, Console& console) {
+    console.Event(SummaryEvent({}, {}, 0, options.dry_run, exit_code));
     return exit_code;
 }
 
@@ -128,10 +128,12 @@ int ExitCode(const RunView& view, const RunSummary& summary, const std::string& 
     return kExitFailed;
 }
 
-int RunOn(World& world, const Options& options, const std::string& name, Console& console) {
+// `shown` is the view while there is one.
+int RunOn(World& world, const Options& options, const std::string& name, const RunView*& shown,
+          Console& console) {
     BasCI& state = world.state();
     const auto folder_ids = FolderIds(world, options.folders, console);
-    if (!folder_ids) return Finish(console, {}, 0, options.dry_run, kExitFailed);
+    if (!folder_ids) return NotRun(options, kExitFailed, console);
 
     CManage& run = *world.session().Manage();
     run.Compress(!options.html_only);
@@ -139,6 +141,7 @@ int RunOn(World& world, const Options& options, const std::string& name, Console
     run.FolderIDs(*folder_ids);
     RunView view(run, state.ports.clock, world.loop(), console);
     run.Events(&view);
+    shown = &view;
     const Interrupt interrupt(world.loop(), [&run] { run.Cancel(true); });
     const auto start = state.ports.clock.UnixNanoseconds();
     run.Manage(false);
@@ -151,6 +154,7 @@ int RunOn(World& world, const Options& options, const std::string& name, Console
     world.loop().DisarmTimer(look);
     view.Finish();
     run.Events(nullptr);
+    shown = nullptr;
 
     const std::int64_t elapsed_ms = (state.ports.clock.UnixNanoseconds() - start) / 1000000;
     const RunSummary& summary = run.Summary();
@@ -158,20 +162,21 @@ int RunOn(World& world, const Options& options, const std::string& name, Console
     const bool ran =
         exit_code == kExitDone || exit_code == kExitSomeFailed || exit_code == kExitCancelled;
     if (ran && !console.json && !console.quiet) {
-        if (options.dry_run) console.out() << FolderTable(summary);
+        if (options.dry_run) console.out() << FolderTable(view.folders());
         console.out() << SummaryLine(summary, elapsed_ms, options.dry_run) << '\n';
     }
-    return Finish(console, summary, elapsed_ms, options.dry_run, exit_code);
+    console.Event(SummaryEvent(summary, view.folders(), elapsed_ms, options.dry_run, exit_code));
+    return exit_code;
 }
 
 int Run(const Options& options, Console& console) {
     console.json = options.json;
     console.quiet = options.quiet;
     auto values = OptionValues(options, console);
-    if (!values) return Finish(console, {}, 0, options.dry_run, kExitUsage);
+    if (!values) return NotRun(options, kExitUsage, console);
     int exit_code = kExitDone;
     const auto name = LogonName(options.store, console, exit_code);
-    if (!name) return Finish(console, {}, 0, options.dry_run, exit_code);
+    if (!name) return NotRun(options, exit_code, console);
 
     WorldPlan plan;
     plan.options = std::move(*values);
@@ -180,12 +185,16 @@ int Run(const Options& options, Console& console) {
         plan.writes = WorldPlan::Writes::kNothing;
         plan.held_lock = HeldLock::kConcealed;
     }
-    plan.show_error = [&console](const std::string& text) {
-        console.Complain({"error", text, ""});
+    const RunView* view = nullptr;
+    plan.show_error = [&](const std::string& procedure, const std::string& text) {
+        // Before and after the run the outcome is told in other words. What a zip attachment looks
+        // like is for programs that show pictures of attachments.
+        if (view == nullptr || procedure == "CManage::GetZipAttachRender") return;
+        console.Complain({view->folder().empty() ? *name : view->folder(), PlainText(text), ""});
     };
     const auto world = World::Open(plan, *name, console);
-    if (world == nullptr) return Finish(console, {}, 0, options.dry_run, kExitFailed);
-    return RunOn(*world, options, *name, console);
+    if (world == nullptr) return NotRun(options, kExitFailed, console);
+    return RunOn(*world, options, *name, view, console);
 }
 
 }  // namespace

@@ -3,24 +3,19 @@
 #include "util/text.h"
 
 namespace trevix::cli {
-namespace {
-
-// Entries read "Class::Procedure:text".
-std::string WithoutProcedure(const std::string& entry) {
-    const std::size_t names = entry.find("::");
-    if (names == std::string::npos) return TrimBlanks(entry);
-    const std::size_t colon = entry.find(':', names + 2);
-    return TrimBlanks(colon == std::string::npos ? entry : entry.substr(colon + 1));
-}
-
-}  // namespace
 
 Status EventEcho::Report(const StringArray& strings, const std::string& source,
                          const std::string& second_text, int type) {
     constexpr int kErrorType = 1;
-    if (type == kErrorType && show_) {
-        for (const std::string& entry : strings) {
-            show_(WithoutProcedure(entry));
+    for (const std::string& entry : strings) {
+        if (type != kErrorType || !show_) break;
+        // "Class::Procedure:text".
+        const std::size_t names = entry.find("::");
+        const std::size_t colon = names == std::string::npos ? names : entry.find(':', names + 2);
+        if (colon == std::string::npos) {
+            show_("", TrimBlanks(entry));
+        } else {
+            show_(entry.substr(0, colon), TrimBlanks(entry.substr(colon + 1)));
         }
     }
     if (behind_ == nullptr || !behind_->Available()) return {};

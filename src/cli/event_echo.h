@@ -11,8 +11,8 @@ namespace trevix::cli {
 
 class EventEcho final : public EventLog {
  public:
-    // Called with the text of each error entry, without the names of its class and procedure.
-    using Show = std::function<void(const std::string& text)>;
+    // Called for each error entry; `procedure` is "Class::Procedure", empty when it is not named.
+    using Show = std::function<void(const std::string& procedure, const std::string& text)>;
 
     // `behind` may be null: then the entries go nowhere else.
     EventEcho(EventLog* behind, Show show) : behind_(behind), show_(std::move(show)) {}

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
-#include <vector>
 
 #include "cli/text_format.h"
 #include "util/format.h"
@@ -21,10 +20,10 @@ std::string Row(const std::string& name, std::size_t columns, const std::string&
            PadLeft(before, kNumber) + PadLeft(after, kNumber) + PadLeft(gain, kNumber) + "\n";
 }
 
-std::string NumberRow(const std::string& name, std::size_t columns, std::int64_t count,
-                      std::int64_t before, std::int64_t after) {
-    return Row(name, columns, FormatThousands(count), HumanBytes(before), HumanBytes(after),
-               HumanBytes(before - after));
+std::string NumberRow(const FolderOutcome& folder, std::size_t columns) {
+    return Row(Printable(folder.path), columns, FormatThousands(folder.attachments),
+               HumanBytes(folder.bytes_before), HumanBytes(folder.bytes_after),
+               HumanBytes(folder.bytes_before - folder.bytes_after));
 }
 
 }  // namespace
@@ -50,38 +49,33 @@ std::string SummaryLine(const RunSummary& summary, std::int64_t elapsed_ms, bool
     return line + ", " + HumanDuration(elapsed_ms);
 }
 
-std::string FolderTable(const RunSummary& summary) {
+std::string FolderTable(const std::vector<FolderOutcome>& folders) {
     constexpr std::size_t kWidest = 40;
     std::size_t columns = 12;
-    std::vector<const FolderReport*> changed;
-    for (const FolderReport& folder : summary.folders) {
-        if (folder.compressed_count == 0) continue;
-        changed.push_back(&folder);
+    FolderOutcome total{"Total"};
+    for (const FolderOutcome& folder : folders) {
+        if (folder.attachments == 0) continue;
         columns = std::clamp(Printable(folder.path).size(), columns, kWidest);
+        total.attachments += folder.attachments;
+        total.bytes_before += folder.bytes_before;
+        total.bytes_after += folder.bytes_after;
     }
-    if (changed.empty()) return {};
+    if (total.attachments == 0) return {};
     std::string table = Row("Folder", columns, "Attachments", "Before", "After", "Gain");
-    std::int64_t count = 0;
-    std::int64_t before = 0;
-    std::int64_t after = 0;
-    for (const FolderReport* folder : changed) {
-        table += NumberRow(Printable(folder->path), columns, folder->compressed_count,
-                           folder->original_bytes, folder->compressed_bytes);
-        count += folder->compressed_count;
-        before += folder->original_bytes;
-        after += folder->compressed_bytes;
+    for (const FolderOutcome& folder : folders) {
+        if (folder.attachments > 0) table += NumberRow(folder, columns);
     }
-    return table + NumberRow("Total", columns, count, before, after);
+    return table + NumberRow(total, columns);
 }
 
-nlohmann::json SummaryEvent(const RunSummary& summary, std::int64_t elapsed_ms, bool dry_run,
-                            int exit_code) {
-    nlohmann::json folders = nlohmann::json::array();
-    for (const FolderReport& folder : summary.folders) {
-        folders.push_back({{"path", folder.path},
-                           {"attachments", folder.compressed_count},
-                           {"bytes_before", folder.original_bytes},
-                           {"bytes_after", folder.compressed_bytes}});
+nlohmann::json SummaryEvent(const RunSummary& summary, const std::vector<FolderOutcome>& folders,
+                            std::int64_t elapsed_ms, bool dry_run, int exit_code) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const FolderOutcome& folder : folders) {
+        list.push_back({{"path", folder.path},
+                        {"attachments", folder.attachments},
+                        {"bytes_before", folder.bytes_before},
+                        {"bytes_after", folder.bytes_after}});
     }
     return {{"event", "summary"},
             {"exit", exit_code},
@@ -95,7 +89,7 @@ nlohmann::json SummaryEvent(const RunSummary& summary, std::int64_t elapsed_ms, 
             {"bytes_saved", summary.original_bytes - summary.compressed_bytes},
             {"percent_saved", SavedPercent(summary.original_bytes, summary.compressed_bytes)},
             {"elapsed_ms", elapsed_ms},
-            {"folders", folders}};
+            {"folders", list}};
 }
 
 }  // namespace trevix::cli

@@ -1,6 +1,8 @@
 #include "cli/run_view.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "cli/text_format.h"
 #include "store/run_lock.h"
@@ -22,7 +24,7 @@ std::int64_t RunView::ElapsedMs(std::int32_t since) const {
 }
 
 void RunView::FolderChange(const std::string& folder_name, std::int32_t count) {
-    ShowFinishedFolders();
+    TakeFinishedFolders();
     folder_ = folder_name;
     folder_count_ = count;
     folder_start_ = clock_.TickCount();
@@ -62,22 +64,34 @@ void RunView::Draw(std::int32_t done) {
     console_.Redraw(line);
 }
 
-void RunView::ShowFinishedFolders() {
-    const auto& folders = run_.Summary().folders;
-    for (; folders_shown_ < folders.size(); ++folders_shown_) {
-        const FolderReport& folder = folders[folders_shown_];
-        if (console_.json || console_.quiet || console_.err_is_terminal()) continue;
+// Of the folders that have ended since the last look only the first can have changed: the others
+// had no message to treat, or their beginning would have been announced.
+void RunView::TakeFinishedFolders() {
+    const RunSummary& now = run_.Summary();
+    for (; reports_taken_ < now.folders.size(); ++reports_taken_) {
+        FolderOutcome folder;
+        folder.path = now.folders[reports_taken_].path;
+        std::replace(folder.path.begin(), folder.path.end(), '\\', '/');
+        folder.attachments = now.attachments_zipped - taken_.attachments;
+        folder.bytes_before = now.original_bytes - taken_.bytes_before;
+        folder.bytes_after = now.compressed_bytes - taken_.bytes_after;
+        taken_ = {"", now.attachments_zipped, now.original_bytes, now.compressed_bytes};
         if (folder.path == kTopFolder) continue;
-        std::string line = Printable(folder.path) + ": ";
-        if (folder.compressed_count == 0) {
-            line += "nothing to zip";
-        } else {
-            line += std::to_string(folder.compressed_count) + " zipped, " +
-                    HumanBytes(folder.original_bytes) + " -> " +
-                    HumanBytes(folder.compressed_bytes);
-        }
-        console_.Note(line);
+        ShowFolder(folder);
+        folders_.push_back(std::move(folder));
     }
+}
+
+void RunView::ShowFolder(const FolderOutcome& folder) {
+    if (console_.json || console_.quiet || console_.err_is_terminal()) return;
+    std::string line = Printable(folder.path) + ": ";
+    if (folder.attachments == 0) {
+        line += "nothing zipped";
+    } else {
+        line += std::to_string(folder.attachments) + " zipped, " + HumanBytes(folder.bytes_before) +
+                " -> " + HumanBytes(folder.bytes_after);
+    }
+    console_.Note(line);
 }
 
 void RunView::Complete(std::int32_t elapsed_ms) {
@@ -98,7 +112,7 @@ void RunView::Abort(const std::string& message) {
 }
 
 void RunView::Finish() {
-    ShowFinishedFolders();
+    TakeFinishedFolders();
     console_.ClearLine();
 }
 

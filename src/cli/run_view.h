@@ -7,8 +7,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "cli/console.h"
+#include "cli/run_report.h"
 #include "manage/cmanage.h"
 #include "platform/clock.h"
 #include "platform/message_loop.h"
@@ -32,12 +34,16 @@ class RunView final : public CManageEvents {
 
     End end() const { return end_; }
     const std::string& abort_message() const { return abort_message_; }
+    const std::vector<FolderOutcome>& folders() const { return folders_; }
+
+    // The folder at hand; empty before the first.
     const std::string& folder() const { return folder_; }
 
  private:
     std::int64_t ElapsedMs(std::int32_t since) const;
     void Draw(std::int32_t done);
-    void ShowFinishedFolders();
+    void TakeFinishedFolders();
+    void ShowFolder(const FolderOutcome& folder);
 
     const CManage& run_;
     Clock& clock_;
@@ -49,7 +55,9 @@ class RunView final : public CManageEvents {
     std::int32_t folder_start_ = 0;  // ticks
     std::int32_t last_drawn_ = 0;    // ticks
     bool drawn_ = false;
-    std::size_t folders_shown_ = 0;
+    std::size_t reports_taken_ = 0;
+    FolderOutcome taken_;  // the sum of what was taken
+    std::vector<FolderOutcome> folders_;
     End end_ = End::kNone;
     std::string abort_message_;
 };

@@ -178,6 +178,19 @@ std::unique_ptr<BuiltWorld> Build(const WorldPlan& plan, Console& console) {
     return nullptr;
 }
 
+// Stores tell in one sentence what is wrong and, behind a semicolon, what to do.
+Complaint LogonComplaint(const std::string& logon_name, const Session& session) {
+    const std::string& failure = session.LogonFailure();
+    Complaint complaint{logon_name, PlainText(failure.empty() ? session.LastError() : failure),
+                        "\"trevixctl profile list\" shows your profiles"};
+    const std::size_t advice = complaint.why.rfind("; ");
+    if (advice != std::string::npos) {
+        complaint.hint = complaint.why.substr(advice + 2);
+        complaint.why.erase(advice);
+    }
+    return complaint;
+}
+
 }  // namespace
 
 std::unique_ptr<World> World::Open(const WorldPlan& plan, const std::string& logon_name,
@@ -192,10 +205,7 @@ std::unique_ptr<World> World::Open(const WorldPlan& plan, const std::string& log
     Session& session = world->session();
     session.Logon(logon_name);
     if (session.Manage() == nullptr) {
-        const std::string& failure = session.LogonFailure();
-        console.Complain({logon_name, PlainText(failure.empty() ? session.LastError() : failure),
-                          "\"trevixctl profile list\" shows your profiles; --maildir takes the "
-                          "directory with cur, new and tmp"});
+        console.Complain(LogonComplaint(logon_name, session));
         return nullptr;
     }
     return world;
