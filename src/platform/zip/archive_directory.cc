@@ -38,6 +38,7 @@ struct EndRecord {
     std::uint64_t count = 0;
     std::uint64_t size_bytes = 0;
     std::uint64_t offset = 0;
+    bool at_file_end = false;
     bool exact = false;
     bool split = false;      // one of several volumes
     bool elsewhere = false;  // and the directory begins in another one
@@ -76,9 +77,10 @@ void ReadWideEnd(ArchiveBytes& archive, EndRecord& end) {
     end.exact = true;
 }
 
-EndRecord ReadEnd(const char* bytes, std::uint64_t position) {
+EndRecord ReadEnd(const char* bytes, std::uint64_t position, std::uint64_t file_bytes) {
     EndRecord end;
     end.position = position;
+    end.at_file_end = position + kEndBytes + Get16(bytes + 20) == file_bytes;
     const std::uint16_t volume = Get16(bytes + 4);
     end.split = volume != 0 && volume != kFull16;
     end.elsewhere = volume != Get16(bytes + 6);
@@ -93,6 +95,7 @@ bool Locate(ArchiveBytes& archive, const EndRecord& end, DirectoryPlace* place) 
     place->stated_count = end.count;
     place->count_is_exact = end.exact;
     place->split = end.split;
+    place->ends_the_file = end.at_file_end;
     place->size_bytes = end.size_bytes;
     if (end.size_bytes > end.position) return false;
     if (end.size_bytes == 0) {
@@ -181,12 +184,11 @@ bool DirectoryEntry::is_link() const {
     constexpr std::uint8_t kMadeByUnix = 3;
     constexpr std::uint8_t kMadeByDarwin = 19;
     constexpr std::uint32_t kTypeMask = 0170000;
-    constexpr std::uint32_t kRegular = 0100000;
-    constexpr std::uint32_t kDirectory = 0040000;
+    constexpr std::uint32_t kLink = 0120000;
     if (made_by != kMadeByUnix && made_by != kMadeByDarwin) return false;
-    // Devices and sockets are as little welcome as links.
-    const std::uint32_t type = (external_attributes >> 16) & kTypeMask;
-    return type != 0 && type != kRegular && type != kDirectory;
+    // Pipes and devices are harmless: their content is written to an ordinary file, and archives
+    // made from a pipe say that they hold one.
+    return ((external_attributes >> 16) & kTypeMask) == kLink;
 }
 
 Code FindDirectory(ArchiveBytes& archive, DirectoryPlace* place) {
@@ -204,7 +206,7 @@ Code FindDirectory(ArchiveBytes& archive, DirectoryPlace* place) {
     for (std::size_t i = tail_bytes >= kEndBytes ? tail_bytes - kEndBytes + 1 : 0; i-- > 0;) {
         const char* bytes = tail.data() + i;
         if (bytes[0] != 'P' || Get32(bytes) != kEndSignature) continue;
-        EndRecord end = ReadEnd(bytes, tail_at + i);
+        EndRecord end = ReadEnd(bytes, tail_at + i, size);
         ReadWideEnd(archive, end);
         if (end.elsewhere) return kMultiVolume;
         if (Locate(archive, end, place)) return kOk;

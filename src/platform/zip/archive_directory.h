@@ -28,6 +28,9 @@ struct DirectoryPlace {
 
     // The last volume of a split archive: it can be listed, but contents are elsewhere.
     bool split = false;
+
+    // Nothing follows the end record and its comment.
+    bool ends_the_file = false;
 };
 
 struct DirectoryEntry {

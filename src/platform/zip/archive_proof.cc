@@ -61,7 +61,8 @@ Status Proof::VerifyOpened(const std::string& archive, const std::vector<Blob>& 
     if (code == kReadFailed) return Unreadable(RuntimeError(kDeviceIo, archive));
     if (code != kOk) return Malformed(archive, "no archive, or a damaged one");
     const std::uint64_t stated = place.count_is_exact ? count : count & 0xFFFFU;
-    const bool plain = place.base == 0 && !place.split && stated == place.stated_count;
+    const bool plain =
+        place.base == 0 && !place.split && place.ends_the_file && stated == place.stated_count;
     if (!plain) return Malformed(archive, "the directory contradicts its end record");
     if (count != contents.size()) {
         return Malformed(archive, "holds " + std::to_string(count) + " entries instead of " +
