@@ -45,28 +45,11 @@ std::string WithoutNul(std::string_view raw) {
     return text;
 }
 
-// Without the line breaks of a folded value; GMime's readers of parameters expect that.
-std::string Unfolded(std::string_view raw) {
-    const std::string text = WithoutNul(TrimBlanks(raw));
-    const OwnedText unfolded(g_mime_utils_header_unfold(text.c_str()));
-    return unfolded.get();
-}
-
 std::string Valid(const char* text) {
     if (text == nullptr) return {};
     if (g_utf8_validate(text, -1, nullptr) != FALSE) return text;
     const OwnedText valid(g_utf8_make_valid(text, -1));
     return valid.get();
-}
-
-void TakeParameters(GMimeParamList* list, Parameterized* result) {
-    const int count = list == nullptr ? 0 : g_mime_param_list_length(list);
-    for (int i = 0; i < count; ++i) {
-        GMimeParam* parameter = g_mime_param_list_get_parameter_at(list, i);
-        const char* name = g_mime_param_get_name(parameter);
-        if (name == nullptr) continue;
-        result->parameters.emplace_back(AsciiLower(name), Valid(g_mime_param_get_value(parameter)));
-    }
 }
 
 void CollectMailboxes(InternetAddressList* list, int depth, std::vector<Mailbox>* result) {
@@ -117,46 +100,6 @@ std::string DecodeHeaderText(std::string_view raw) {
 
 // A name is often given twice: plainly for old readers, with "_" for what they cannot show, and in
 // full with its charset. The latter is the one with characters beyond ASCII, wherever it stands.
-std::string Parameterized::Parameter(std::string_view name) const {
-    const std::string* first = nullptr;
-    for (const auto& [key, value] : parameters) {
-        if (key != name) continue;
-        const bool beyond_ascii = std::any_of(
-            value.begin(), value.end(), [](char c) { return static_cast<signed char>(c) < 0; });
-        if (beyond_ascii) return value;
-        if (first == nullptr) first = &value;
-    }
-    return first == nullptr ? std::string() : *first;
-}
-
-Parameterized ParseContentType(std::string_view raw) {
-    Parameterized result;
-    const std::string text = Unfolded(raw);
-    // A type without a subtype says nothing; the default of the place holds then.
-    if (text.substr(0, text.find(';')).find('/') == std::string::npos) return result;
-    const OwnedOptions options = MakeOptions();
-    const std::unique_ptr<GMimeContentType, DropObject> type(
-        g_mime_content_type_parse(options.get(), text.c_str()));
-    if (type == nullptr) return result;
-    result.word = AsciiLower(Valid(g_mime_content_type_get_media_type(type.get()))) + "/" +
-                  AsciiLower(Valid(g_mime_content_type_get_media_subtype(type.get())));
-    TakeParameters(g_mime_content_type_get_parameters(type.get()), &result);
-    return result;
-}
-
-Parameterized ParseDisposition(std::string_view raw) {
-    Parameterized result;
-    const std::string text = Unfolded(raw);
-    if (text.empty()) return result;
-    const OwnedOptions options = MakeOptions();
-    const std::unique_ptr<GMimeContentDisposition, DropObject> disposition(
-        g_mime_content_disposition_parse(options.get(), text.c_str()));
-    if (disposition == nullptr) return result;
-    result.word = AsciiLower(TrimBlanks(text.substr(0, text.find_first_of("; \t\r\n"))));
-    TakeParameters(g_mime_content_disposition_get_parameters(disposition.get()), &result);
-    return result;
-}
-
 std::vector<Mailbox> ParseAddresses(std::string_view raw) {
     std::vector<Mailbox> result;
     const std::string text = WithoutNul(raw);

@@ -1,4 +1,4 @@
-// Reading header values: encoded words, parameters, addresses, dates, character sets. All of GMime
+// Reading header values: encoded words, addresses, dates, character sets. All of GMime
 // that deals with text is behind this file. Results are valid UTF-8.
 #pragma once
 
@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace trevix::mime {
@@ -16,19 +15,6 @@ void StartGmime();
 
 // Unfolds and decodes encoded words; raw 8-bit bytes are UTF-8 or else Windows-1252.
 std::string DecodeHeaderText(std::string_view raw);
-
-struct Parameterized {
-    std::string word;  // lower case: "text/plain", "attachment"
-    std::vector<std::pair<std::string, std::string>> parameters;  // names lower case, decoded
-
-    // Empty when there is no such parameter.
-    std::string Parameter(std::string_view name) const;
-};
-
-// A Content-Type value; empty word when it is none.
-Parameterized ParseContentType(std::string_view raw);
-// A Content-Disposition value; empty word when it is none.
-Parameterized ParseDisposition(std::string_view raw);
 
 struct Mailbox {
     std::string name;  // the address when there is no name

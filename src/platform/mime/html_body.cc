@@ -5,6 +5,7 @@
 
 #include "platform/mime/ascii.h"
 #include "platform/mime/decoded_blob.h"
+#include "platform/mime/header_text.h"
 
 namespace trevix::mime {
 namespace {

@@ -9,6 +9,7 @@
 #include "platform/mime/decoded_blob.h"
 #include "platform/mime/file_copy.h"
 #include "platform/mime/header_block.h"
+#include "platform/mime/header_text.h"
 #include "platform/mime/html_body.h"
 #include "platform/mime/row_set.h"
 

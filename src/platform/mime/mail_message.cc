@@ -6,6 +6,7 @@
 #include "platform/mime/dates.h"
 #include "platform/mime/entry_id.h"
 #include "platform/mime/header_block.h"
+#include "platform/mime/header_text.h"
 #include "platform/mime/html_body.h"
 #include "platform/mime/mail_attachment.h"
 #include "platform/mime/people.h"

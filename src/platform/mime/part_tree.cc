@@ -169,6 +169,12 @@ class TreeReader {
         const std::size_t colon = head.find(':');
         const bool is_field = colon != std::string_view::npos && IsFieldName(head.substr(0, colon));
         if (!is_field && !is_mbox_line) Doubt("a header line that is no header field");
+        // Some readers end the line there, and with it perhaps the header.
+        const std::size_t carriage_return = head.find('\r');
+        if (carriage_return != std::string_view::npos && carriage_return + 1 < head.size() &&
+            head[carriage_return + 1] != '\n') {
+            Doubt("a bare carriage return in a header");
+        }
     }
 
     // The one field of that name. Programs disagree on which of several counts.
@@ -187,7 +193,7 @@ class TreeReader {
             if (!TrimBlanks(raw_type).empty()) Doubt("a content type that cannot be read");
             part.type.word = default_type;
         }
-        part.disposition = ParseDisposition(OnlyField(part, "Content-Disposition"));
+        part.disposition = ParseParameterized(OnlyField(part, "Content-Disposition"));
         part.encoding_name = std::string(TrimBlanks(OnlyField(part, "Content-Transfer-Encoding")));
         part.encoding = TransferEncodingOf(part.encoding_name);
         if (part.type.word.starts_with("multipart/")) ReadBoundary(part, raw_type);

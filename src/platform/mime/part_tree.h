@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "platform/blob.h"
-#include "platform/mime/header_text.h"
+#include "platform/mime/parameters.h"
 #include "platform/mime/transfer_codec.h"
 
 namespace trevix::mime {

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "platform/mime/blob_stream.h"
+#include "platform/mime/header_text.h"
 
 namespace trevix::mime {
 namespace {

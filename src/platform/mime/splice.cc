@@ -6,6 +6,7 @@
 #include "platform/mime/ascii.h"
 #include "platform/mime/encoded_blob.h"
 #include "platform/mime/header_block.h"
+#include "platform/mime/header_text.h"
 
 namespace trevix::mime {
 namespace {

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "platform/mime/header_block.h"
+#include "platform/mime/header_text.h"
 #include "platform/mime/message_class.h"
 
 namespace trevix::mime {

@@ -58,8 +58,7 @@ TEST(MailUpdate, ReplacesOnePartAndNoOtherByte) {
             "UEstemlwLWJ5dGVz";
         const std::size_t begin = TwoFiles().find("Content-Type: application/pdf");
         const std::size_t end = TwoFiles().find("\n--b  \n");
-        std::string expected =
-            TwoFiles().substr(0, begin) + expected_part + TwoFiles().substr(end);
+        std::string expected = TwoFiles().substr(0, begin) + expected_part + TwoFiles().substr(end);
         if (crlf) expected = Crlf(expected);
         EXPECT_EQ(world.Stored(), expected);
         EXPECT_EQ(DataOf(*first), "PK-zip-bytes");
@@ -92,7 +91,8 @@ TEST(MailUpdate, WritesNothingWithoutAChange) {
     ASSERT_TRUE(message->Update().ok());
 
     EXPECT_EQ(world.mail.commits, 0);
-    for (const std::string& call : world.plan.calls()) EXPECT_NE(call, "mail.Stage");
+    for (const std::string& call : world.plan.calls())
+        EXPECT_NE(call, "mail.Stage");
     EXPECT_FALSE(message->SetSubject("other").ok());
 }
 
@@ -159,21 +159,26 @@ TEST(MailUpdate, IsRefusedWhenTheMessageWasFlaggedOrIsGone) {
 TEST(MailUpdate, WritesNamesThatAreNotAscii) {
     World world;
     auto message = world.Open(TwoFiles());
-    const std::string name = "\xC3\x9C" "bersicht \"2024\" \xE6\x97\xA5\xE6\x9C\xAC.zip";
+    const std::string name =
+        "\xC3\x9C"
+        "bersicht \"2024\" \xE6\x97\xA5\xE6\x9C\xAC.zip";
     ASSERT_TRUE(Zip(*ItemOf(*message, 1), "zip", name).ok());
     ASSERT_TRUE(message->Update().ok());
 
-    EXPECT_NE(world.Stored().find("\tfilename=\"_bersicht _2024_ __.zip\";\n"
-                                  "\tfilename*=utf-8''%C3%9Cbersicht%20_2024_%20%E6%97%A5%E6%9C%AC.zip\n"),
+    EXPECT_NE(world.Stored().find(
+                  "\tfilename=\"_bersicht _2024_ __.zip\";\n"
+                  "\tfilename*=utf-8''%C3%9Cbersicht%20_2024_%20%E6%97%A5%E6%9C%AC.zip\n"),
               std::string::npos)
         << world.Stored();
     EXPECT_EQ(ItemOf(*world.OpenLast(), 1)->Name().value(),
-              "\xC3\x9C" "bersicht _2024_ \xE6\x97\xA5\xE6\x9C\xAC.zip");
+              "\xC3\x9C"
+              "bersicht _2024_ \xE6\x97\xA5\xE6\x9C\xAC.zip");
 }
 
 TEST(MailUpdate, FoldsLongNames) {
     std::string name;
-    for (int i = 0; i < 120; ++i) name += "\xC3\xA4";
+    for (int i = 0; i < 120; ++i)
+        name += "\xC3\xA4";
     name += ".zip";
     World world;
     auto message = world.Open(TwoFiles());
@@ -239,8 +244,7 @@ TEST(MailUpdate, ReplacesTheLastPartOfAnUnclosedMessage) {
     const std::string head =
         "Subject: x\nContent-Type: multipart/mixed; boundary=b\n\n--b\nX: 1\n\ntext\n--b\n";
     World world;
-    auto message =
-        world.Open(head + "Content-Type: application/x; name=a.bin\n\nold content\n");
+    auto message = world.Open(head + "Content-Type: application/x; name=a.bin\n\nold content\n");
     ASSERT_TRUE(Zip(*ItemOf(*message, 1), "zip", "a.zip").ok());
     ASSERT_TRUE(message->Update().ok());
     EXPECT_TRUE(world.Stored().starts_with(head));
@@ -259,7 +263,8 @@ TEST(MailUpdate, ReplacesAndDeletesInOneGo) {
     EXPECT_FALSE(second->Delete().ok());
     ASSERT_TRUE(message->Update().ok());
 
-    EXPECT_TRUE(world.Stored().starts_with(text.substr(0, text.find("Content-Type: application/pdf"))));
+    EXPECT_TRUE(
+        world.Stored().starts_with(text.substr(0, text.find("Content-Type: application/pdf"))));
     EXPECT_TRUE(world.Stored().ends_with("emlw\n--b--\nepilogue --b\n")) << world.Stored();
 }
 
@@ -281,8 +286,9 @@ TEST(MailDelete, LeavesAnEmptyTextInPlaceOfTheLastChild) {
     World world;
     const std::string head =
         "Subject: x\nContent-Type: multipart/mixed; boundary=b\n\npreamble\n--b\n";
-    auto message = world.Open(head + "Content-Type: image/png\n\none\n--b\n"
-                                     "Content-Type: image/gif\n\ntwo\n--b--\nepilogue");
+    auto message = world.Open(head +
+                              "Content-Type: image/png\n\none\n--b\n"
+                              "Content-Type: image/gif\n\ntwo\n--b--\nepilogue");
     ASSERT_EQ(CountOf(*message), 2);
     ASSERT_TRUE(ItemOf(*message, 2)->Delete().ok());
     ASSERT_TRUE(ItemOf(*message, 1)->Delete().ok());
@@ -311,8 +317,9 @@ TEST(MailDelete, KeepsThePartBeforeAnUnclosedTailAsItWas) {
     World world;
     const std::string head =
         "Subject: x\nContent-Type: multipart/mixed; boundary=b\n\n--b\nX: 1\n\ntext";
-    auto message = world.Open(head + "\n--b\nContent-Type: image/png\n\none\n--b\n"
-                                     "Content-Type: image/gif\n\ntwo\n");
+    auto message = world.Open(head +
+                              "\n--b\nContent-Type: image/png\n\none\n--b\n"
+                              "Content-Type: image/gif\n\ntwo\n");
     ASSERT_TRUE(ItemOf(*message, 1)->Delete().ok());
     ASSERT_TRUE(ItemOf(*message, 1)->Delete().ok());
     ASSERT_TRUE(message->Update().ok());
@@ -321,8 +328,9 @@ TEST(MailDelete, KeepsThePartBeforeAnUnclosedTailAsItWas) {
 
 TEST(MailDelete, KeepsAnOuterBoundaryBehindAnUnclosedMultipart) {
     World world;
-    const std::string head = "Subject: x\nContent-Type: multipart/mixed; boundary=out\n\n--out\n"
-                             "Content-Type: multipart/mixed; boundary=in\n\n--in\nX: 1\n\ntext";
+    const std::string head =
+        "Subject: x\nContent-Type: multipart/mixed; boundary=out\n\n--out\n"
+        "Content-Type: multipart/mixed; boundary=in\n\n--in\nX: 1\n\ntext";
     auto message = world.Open(head + "\n--in\nContent-Type: image/png\n\none\n--out--\n");
     ASSERT_TRUE(ItemOf(*message, 1)->Delete().ok());
     const Status updated = message->Update();
@@ -396,23 +404,27 @@ INSTANTIATE_TEST_SUITE_P(
         RefusalCase{"Signed", Wrap("signed", std::string(kText) + kFile), true, true},
         RefusalCase{"Encrypted", Wrap("encrypted", std::string(kFile) + kFile), true, true},
         RefusalCase{"SignedBelowAList",
-                    Wrap("mixed", "--b\nContent-Type: multipart/signed; boundary=s\n\n"
-                                  "--s\nContent-Type: application/pdf\n\npdf\n--s\n"
-                                  "Content-Type: application/pgp-signature\n\nsig\n--s--\n"),
+                    Wrap("mixed",
+                         "--b\nContent-Type: multipart/signed; boundary=s\n\n"
+                         "--s\nContent-Type: application/pdf\n\npdf\n--s\n"
+                         "Content-Type: application/pgp-signature\n\nsig\n--s--\n"),
                     true, true},
-        RefusalCase{"Opaque", "Subject: x\nContent-Type: application/pkcs7-mime; name=smime.p7m\n\nxx\n",
+        RefusalCase{"Opaque",
+                    "Subject: x\nContent-Type: application/pkcs7-mime; name=smime.p7m\n\nxx\n",
                     true, true},
         RefusalCase{"OpaqueByName",
                     "Subject: x\nContent-Type: application/octet-stream; name=smime.P7M\n\nxx\n",
                     true, true},
         RefusalCase{"EncryptedInDisguise",
                     Wrap("mixed", std::string("--b\nContent-Type: application/pgp-encrypted\n\n"
-                                              "Version: 1\n") + kFile),
+                                              "Version: 1\n") +
+                                      kFile),
                     true, true},
-        RefusalCase{"Report",
-                    Wrap("report", std::string(kText) +
-                                       "--b\nContent-Type: message/delivery-status\n\nx: y\n" + kFile),
-                    true, true},
+        RefusalCase{
+            "Report",
+            Wrap("report", std::string(kText) +
+                               "--b\nContent-Type: message/delivery-status\n\nx: y\n" + kFile),
+            true, true},
         RefusalCase{"AttachedMessage",
                     Wrap("mixed", std::string(kText) +
                                       "--b\nContent-Type: message/rfc822\n\nSubject: in\n\nx\n"),
@@ -421,9 +433,10 @@ INSTANTIATE_TEST_SUITE_P(
                     true},
         RefusalCase{"RootOfRelated", Wrap("related", std::string(kFile) + kFile), true, true},
         RefusalCase{"Appledouble",
-                    Wrap("mixed", "--b\nContent-Type: multipart/appledouble; boundary=a\n\n"
-                                  "--a\nContent-Type: application/applefile\n\nres\n--a\n"
-                                  "Content-Type: image/jpeg; name=a.jpg\n\ndata\n--a--\n"),
+                    Wrap("mixed",
+                         "--b\nContent-Type: multipart/appledouble; boundary=a\n\n"
+                         "--a\nContent-Type: application/applefile\n\nres\n--a\n"
+                         "Content-Type: image/jpeg; name=a.jpg\n\ndata\n--a--\n"),
                     false, true},
         RefusalCase{"ExternalBody",
                     Wrap("mixed", std::string(kText) +
@@ -434,21 +447,24 @@ INSTANTIATE_TEST_SUITE_P(
                     Wrap("mixed", std::string(kText) +
                                       "--b\nContent-Type: application/pdf; name=a.pdf\n\n\n"),
                     true, false},
-        RefusalCase{"Tnef",
-                    Wrap("mixed", std::string(kText) +
-                                      "--b\nContent-Type: application/ms-tnef; name=winmail.dat\n\nx\n"),
-                    true, false},
-        RefusalCase{"NoHeader", Wrap("related", std::string(kText) + "--b\nno blank line\n"), true, true},
+        RefusalCase{
+            "Tnef",
+            Wrap("mixed", std::string(kText) +
+                              "--b\nContent-Type: application/ms-tnef; name=winmail.dat\n\nx\n"),
+            true, false},
+        RefusalCase{"HeaderCutByBoundary",
+                    Wrap("mixed", std::string(kText) + "--b\nContent-Type: application/pdf\n"),
+                    true, true},
         RefusalCase{"HeaderLineWithoutColon",
                     Wrap("mixed", std::string(kText) +
                                       "--b\nContent-Type: application/pdf\nnonsense\n\npdf\n"),
                     true, true},
-        RefusalCase{"TwoEncodings",
-                    Wrap("mixed", std::string(kText) +
-                                      "--b\nContent-Type: application/pdf\n"
-                                      "Content-Transfer-Encoding: 7bit\n"
-                                      "Content-Transfer-Encoding: base64\n\nQUJD\n"),
-                    true, true}),
+        RefusalCase{
+            "TwoEncodings",
+            Wrap("mixed", std::string(kText) + "--b\nContent-Type: application/pdf\n"
+                                               "Content-Transfer-Encoding: 7bit\n"
+                                               "Content-Transfer-Encoding: base64\n\nQUJD\n"),
+            true, true}),
     CaseName);
 
 TEST(MailUpdate, KeepsRandomMessagesWholeOutsideTheEdits) {
@@ -461,13 +477,19 @@ TEST(MailUpdate, KeepsRandomMessagesWholeOutsideTheEdits) {
         for (std::size_t i = 0; i < count; ++i) {
             std::string content;
             for (std::size_t n = 1 + random() % 200; n > 0; --n) {
-                content += random() % 20 == 0 ? nl : std::string(1, static_cast<char>('!' + random() % 90));
+                content += random() % 20 == 0
+                               ? nl
+                               : std::string(1, static_cast<char>('!' + random() % 90));
             }
-            parts.push_back("Content-Type: application/x" + nl + "Content-Disposition: attachment; "
-                            "filename=f" + std::to_string(i) + ".bin" + nl + nl + content);
+            parts.push_back("Content-Type: application/x" + nl +
+                            "Content-Disposition: attachment; "
+                            "filename=f" +
+                            std::to_string(i) + ".bin" + nl + nl + content);
         }
-        std::string text = "Subject: r" + nl + "Content-Type: multipart/mixed; boundary=\"=_b\"" + nl + nl;
-        for (const std::string& part : parts) text += "--=_b" + nl + part + nl;
+        std::string text =
+            "Subject: r" + nl + "Content-Type: multipart/mixed; boundary=\"=_b\"" + nl + nl;
+        for (const std::string& part : parts)
+            text += "--=_b" + nl + part + nl;
         text += "--=_b--" + nl + "tail";
 
         World world;
@@ -476,8 +498,9 @@ TEST(MailUpdate, KeepsRandomMessagesWholeOutsideTheEdits) {
         const std::size_t victim = 1 + random() % count;
         const std::size_t second = 1 + random() % count;
         std::vector<std::string> expected = parts;
-        ASSERT_TRUE(Zip(*ItemOf(*message, static_cast<int>(victim)), std::string(random() % 300, 'q'),
-                        "z.zip").ok());
+        ASSERT_TRUE(Zip(*ItemOf(*message, static_cast<int>(victim)),
+                        std::string(random() % 300, 'q'), "z.zip")
+                        .ok());
         if (second != victim) {
             ASSERT_TRUE(ItemOf(*message, static_cast<int>(second))->Delete().ok());
             expected[second - 1].clear();
@@ -486,7 +509,8 @@ TEST(MailUpdate, KeepsRandomMessagesWholeOutsideTheEdits) {
         ASSERT_TRUE(updated.ok()) << updated.error().description << "\n" << text;
         for (std::size_t i = 0; i < count; ++i) {
             if (i + 1 == victim || expected[i].empty()) continue;
-            EXPECT_NE(world.Stored().find("--=_b" + nl + parts[i] + nl + "--=_b"), std::string::npos);
+            EXPECT_NE(world.Stored().find("--=_b" + nl + parts[i] + nl + "--=_b"),
+                      std::string::npos);
         }
         EXPECT_TRUE(world.Stored().ends_with(nl + "--=_b--" + nl + "tail"));
     }

@@ -24,7 +24,8 @@ std::string Disagreement(const std::string& bytes, const PartTree& tree) {
 }
 
 std::string Multipart(const std::string& body) {
-    return "Subject: x\nMIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=\"abc\"\n\n" + body;
+    return "Subject: x\nMIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=\"abc\"\n\n" +
+           body;
 }
 
 // Both readers must see these the same way, in any line-end style.
@@ -60,7 +61,8 @@ TEST_P(PartTreeStructure, HasTheExactLeavesWithLineFeeds) {
 
 TEST_P(PartTreeStructure, HasTheExactLeavesWithReturnsAndLineFeeds) {
     std::vector<std::string> leaves;
-    for (const std::string& leaf : GetParam().leaves) leaves.push_back(Crlf(leaf));
+    for (const std::string& leaf : GetParam().leaves)
+        leaves.push_back(Crlf(leaf));
     ExpectLeaves(Crlf(GetParam().bytes), leaves);
 }
 
@@ -69,7 +71,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         StructureCase{"SinglePart", "Subject: x\n\nline\nline\n", {"line\nline\n"}},
         StructureCase{"NoLineEndAtTheEnd", "Subject: x\n\nline", {"line"}},
-        StructureCase{"TwoParts", Multipart("--abc\nX: 1\n\none\n--abc\nX: 2\n\ntwo\n--abc--\n"),
+        StructureCase{"TwoParts",
+                      Multipart("--abc\nX: 1\n\none\n--abc\nX: 2\n\ntwo\n--abc--\n"),
                       {"one", "two"}},
         StructureCase{"PreambleAndEpilogue",
                       Multipart("pre\n--ab\n\n--abc\nX: 1\n\none\n\n--abc--\nepi\n--abc\nno\n"),
@@ -82,8 +85,8 @@ INSTANTIATE_TEST_SUITE_P(
                       Multipart("--abc\nContent-Type: multipart/mixed; boundary=in\n\n"
                                 "--in\nX: 1\n\none\n--abc\nX: 2\n\ntwo\n--abc--\n"),
                       {"one", "two"}},
-        StructureCase{"NeverClosed", Multipart("--abc\nX: 1\n\none\n--abc\nX: 2\n\ntwo\n"),
-                      {"one", "two\n"}},
+        StructureCase{
+            "NeverClosed", Multipart("--abc\nX: 1\n\none\n--abc\nX: 2\n\ntwo\n"), {"one", "two\n"}},
         StructureCase{"BlanksBehindTheBoundary",
                       Multipart("--abc \t\nX: 1\n\none\n--abc--  \nepilogue"),
                       {"one"}},
@@ -96,8 +99,7 @@ INSTANTIATE_TEST_SUITE_P(
                                 "--q\nX: 1\n\ninner\n--q--\n--abc--\n"),
                       {"Subject: in\nContent-Type: multipart/mixed; boundary=q\n\n"
                        "--q\nX: 1\n\ninner\n--q--"}},
-        StructureCase{"EightBitHeaders", "Subject: \xE4\xF6\nX-Y: \xC3\n\nbody",
-                      {"body"}}),
+        StructureCase{"EightBitHeaders", "Subject: \xE4\xF6\nX-Y: \xC3\n\nbody", {"body"}}),
     CaseName);
 
 TEST(PartTreeRead, TakesEightBitFieldNamesForDoubtful) {
@@ -107,9 +109,9 @@ TEST(PartTreeRead, TakesEightBitFieldNamesForDoubtful) {
 TEST(PartTreeRead, FindsTheEndOfAPartBetweenMixedLineEnds) {
     for (const char* before : {"\n", "\r\n"}) {
         for (const char* behind : {"\n", "\r\n"}) {
-            const std::string bytes = Multipart(std::string("--abc\nX: 1\n\none") + before +
-                                                "--abc" + behind + "X: 2\n\ntwo" + before +
-                                                "--abc--" + behind);
+            const std::string bytes =
+                Multipart(std::string("--abc\nX: 1\n\none") + before + "--abc" + behind +
+                          "X: 2\n\ntwo" + before + "--abc--" + behind);
             const PartTree tree = Read(bytes);
             ASSERT_EQ(tree.parts.size(), 3U);
             EXPECT_EQ(ContentOf(bytes, tree, 1), "one");
@@ -162,9 +164,10 @@ TEST(PartTreeRead, GivesDigestChildrenTheirDefaultType) {
 }
 
 TEST(PartTreeRead, ReadsAFoldedBoundary) {
-    EXPECT_EQ(Read("Content-Type: multipart/mixed; boundary=\"a\n b\"\n\n--a b\nX: 1\n\none\n--a b--\n")
-                  .parts.size(),
-              2U);
+    EXPECT_EQ(
+        Read("Content-Type: multipart/mixed; boundary=\"a\n b\"\n\n--a b\nX: 1\n\none\n--a b--\n")
+            .parts.size(),
+        2U);
 }
 
 struct DoubtCase {
@@ -193,8 +196,9 @@ INSTANTIATE_TEST_SUITE_P(
         DoubtCase{"LineWithoutColon", "Subject: x\nnonsense\n\nbody"},
         DoubtCase{"TwoContentTypes", "Content-Type: text/plain\nContent-Type: text/html\n\nx"},
         DoubtCase{"UnreadableType", "Content-Type: rubbish\n\nx"},
-        DoubtCase{"EncodedMultipart", "Content-Type: multipart/mixed; boundary=b\n"
-                                      "Content-Transfer-Encoding: base64\n\n--b\nX: 1\n\nx\n--b--\n"},
+        DoubtCase{"EncodedMultipart",
+                  "Content-Type: multipart/mixed; boundary=b\n"
+                  "Content-Transfer-Encoding: base64\n\n--b\nX: 1\n\nx\n--b--\n"},
         DoubtCase{"BoundaryUsedTwice",
                   Multipart("--abc\nContent-Type: multipart/mixed; boundary=abc\n\n"
                             "--abc\nX: 1\n\nx\n--abc--\n")},
@@ -223,7 +227,8 @@ TEST(PartTreeLimits, AllowsAHundredLevelsAndNoMore) {
 
 TEST(PartTreeLimits, RefusesAHundredThousandParts) {
     std::string body;
-    for (int i = 0; i < 100'000; ++i) body += "--abc\nX: 1\n\nx\n";
+    for (int i = 0; i < 100'000; ++i)
+        body += "--abc\nX: 1\n\nx\n";
     const Result<PartTree> tree = ReadPartTree(Blob::FromString(Multipart(body)));
     ASSERT_FALSE(tree.ok());
     EXPECT_NE(tree.error().description.find("10000 parts"), std::string::npos);
@@ -232,7 +237,8 @@ TEST(PartTreeLimits, RefusesAHundredThousandParts) {
 TEST(PartTreeLimits, RefusesFiftyMebibytesOfHeaders) {
     std::string bytes = "Subject: x\n";
     const std::string line = "X-Line: " + std::string(990, 'x') + "\n";
-    while (bytes.size() <= std::size_t{50} * 1024 * 1024) bytes += line;
+    while (bytes.size() <= std::size_t{50} * 1024 * 1024)
+        bytes += line;
     const Result<PartTree> tree = ReadPartTree(Blob::FromString(bytes + "\nbody"));
     ASSERT_FALSE(tree.ok());
     EXPECT_NE(tree.error().description.find("50 MiB"), std::string::npos);

@@ -41,7 +41,8 @@ constexpr auto kQuoted = TransferEncoding::kQuotedPrintable;
 
 INSTANTIATE_TEST_SUITE_P(
     Base64, DecodeBlobExactness,
-    testing::Values(DecodeCase{"Empty", kBase64, "", ""}, DecodeCase{"Whole", kBase64, "QUJD", "ABC"},
+    testing::Values(DecodeCase{"Empty", kBase64, "", ""},
+                    DecodeCase{"Whole", kBase64, "QUJD", "ABC"},
                     DecodeCase{"OnePad", kBase64, "QUI=", "AB"},
                     DecodeCase{"TwoPads", kBase64, "QQ==", "A"},
                     DecodeCase{"Lines", kBase64, "QU\r\nJD\nRE VG\t\r\n", "ABCDEF"},
@@ -91,7 +92,8 @@ TEST(TransferEncodingOf, KnowsTheEncodingsAndNoOthers) {
 
 std::string RandomBytes(std::mt19937& random, std::size_t size) {
     std::string bytes(size, '\0');
-    for (char& c : bytes) c = static_cast<char>(random());
+    for (char& c : bytes)
+        c = static_cast<char>(random());
     return bytes;
 }
 
@@ -149,7 +151,8 @@ TEST(DecodeBlob, KeepsEscapesWholeAcrossPieces) {
 
 TEST(DecodeBlob, RefusesADamagedEndOfALongText) {
     std::string text;
-    for (int i = 0; i < 20'000; ++i) text += "QUJDREVGR0hJ\n";
+    for (int i = 0; i < 20'000; ++i)
+        text += "QUJDREVGR0hJ\n";
     EXPECT_EQ(Decode(text + "=", kBase64), "malformed");
     EXPECT_EQ(Decode(text + "Q", kBase64), "malformed");
     EXPECT_EQ(Decode(text, kBase64).size(), 20'000U * 9);
