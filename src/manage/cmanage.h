@@ -45,7 +45,10 @@ struct FolderReport {
 // these count only what was really saved.
 struct RunSummary {
     std::int64_t messages_changed = 0;
+    // Could not be read or saved this time: an error, a full disk, somebody else's change.
     std::int64_t messages_failed = 0;
+    // Are left as they are, in part or whole, and will be next time: signed, damaged, ambiguous.
+    std::int64_t messages_left = 0;
     std::int64_t attachments_zipped = 0;
     std::int64_t stationery_removed = 0;
     std::int64_t original_bytes = 0;
@@ -138,6 +141,7 @@ class CManage final : public ManageRun {
                       const std::vector<Blob>& contents, const std::string& name);
     bool SaveMessage(MessageWork& work, const std::string& name);
     void NoteFailure(const Error& error);
+    void CountMessage(Date modified);
 
     // Stationery, rendering, files (stationery.cc).
     void DeleteStationery(Message* message, const std::string& attachment_id);
@@ -180,9 +184,10 @@ class CManage final : public ManageRun {
     std::int32_t folder_original_bytes_ = 0;
     std::int32_t folder_compressed_bytes_ = 0;
 
-    // Set by the message pass when a save failed for a reason that may be gone next time, and the
-    // oldest such message of the folder.
-    bool message_to_retry_ = false;
+    // How the message at hand went, and the oldest one of the folder that is to be tried again.
+    bool message_failed_ = false;
+    bool message_left_ = false;
+    bool message_changed_ = false;
     std::optional<Date> retry_from_;
 
     Blob rendering_;

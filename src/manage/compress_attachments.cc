@@ -188,23 +188,40 @@ std::string CManage::EntryIdOfRow(const std::vector<Variant>& row) {
 
 void CManage::TreatMessage(const std::string& entry_id, const std::string& store_id,
                            const std::string& subject, Date modified) {
-    message_to_retry_ = false;
+    message_failed_ = false;
+    message_left_ = false;
+    message_changed_ = false;
     PendingError pending;
     std::unique_ptr<Message> message;
-    pending.Assign(message, On(state_.gUtils, [&](Utilities& utils) {
-                       return utils.OpenMessage(entry_id, store_id);
-                   }));
-    if (message == nullptr) {
+    auto opened =
+        On(state_.gUtils, [&](Utilities& utils) { return utils.OpenMessage(entry_id, store_id); });
+    if (!opened.ok()) {
         // Somebody else moved or deleted it, or it is beyond what we take apart: left as it is.
-        LogLine(kProcedure, " left '" + subject + "': " + pending.description(), 2);
-        ++summary_.messages_failed;
+        LogLine(kProcedure, " left '" + subject + "': " + opened.error().description, 2);
+        NoteFailure(opened.error());
     }
+    pending.Assign(message, std::move(opened));
     if (html_ && message != nullptr) {
         const std::string stationery = GetStationeryID(state_, *message);
         if (!stationery.empty()) DeleteStationery(message.get(), stationery);
     }
     if (compress_) TrevixItemRDM(message, custom_items_);
-    if (message_to_retry_ && (!retry_from_ || modified < *retry_from_)) retry_from_ = modified;
+    CountMessage(modified);
+}
+
+// A failed error or a message that is not as it was read is worth another try; what cannot be read
+// or must not be changed will be the same next time.
+void CManage::NoteFailure(const Error& error) {
+    const bool lasting = error.kind == ErrorKind::kMalformed || error.kind == ErrorKind::kDenied;
+    (lasting ? message_left_ : message_failed_) = true;
+}
+
+void CManage::CountMessage(Date modified) {
+    if (message_changed_) ++summary_.messages_changed;
+    if (message_left_) ++summary_.messages_left;
+    if (!message_failed_) return;
+    ++summary_.messages_failed;
+    if (!retry_from_ || modified < *retry_from_) retry_from_ = modified;
 }
 
 // The time up to which the folder counts as treated: now, but never past a message that could not

@@ -72,23 +72,23 @@ void CManage::DeleteStationery(Message* message, const std::string& attachment_i
     // Counted before the delete, so a failed one counts too.
     pending.Step(AddLong(state_.gDeletedStationery, 1));
     pending.Clear();
-    if (!pending.Step(found->Delete())) {
+    const Status deleted = found->Delete();
+    if (!pending.Step(deleted)) {
         LogLine(
             kDeleteStationery,
             " error deleting " + attachment_id + " from " + subject + " " + pending.description(),
             1);
-        ++summary_.messages_failed;
+        NoteFailure(deleted.error());
         return;
     }
     LogLine(kDeleteStationery, " deleted " + attachment_id + " from " + subject, 8);
     pending.Step(message->SetSubject(subject));
     if (!pending.Step(message->Update())) {
         LogLine(kDeleteStationery, " err at save for " + subject + " " + pending.description(), 1);
-        ++summary_.messages_failed;
-        message_to_retry_ = true;
+        message_failed_ = true;
         return;
     }
-    ++summary_.messages_changed;
+    message_changed_ = true;
     ++summary_.stationery_removed;
 }
 

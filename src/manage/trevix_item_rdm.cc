@@ -89,7 +89,7 @@ void CManage::TrevixItemRDM(std::unique_ptr<Message>& message, bool custom_items
     if (pending.failed()) {
         // Too deep, too large or not to be read: the reason is the store's.
         LogLine(kProcedure, " left '" + subject + "': " + pending.description(), 2);
-        ++summary_.messages_failed;
+        NoteFailure({pending.kind(), pending.number(), pending.description()});
     }
     if (count == 0) return;
     if (cancel_) {
@@ -219,7 +219,7 @@ bool CManage::MakeStaging(MessageWork& work) {
             " no private directory in " + state_.gZipTemp + " for " + work.name + ": " +
                 pending.description(),
             1);
-    NoteFailure({ErrorKind::kIo, pending.number(), pending.description()});
+    message_failed_ = true;
     work.extracts.reset();
     work.archives.reset();
     return false;
@@ -357,7 +357,7 @@ bool CManage::ReplaceByRollup(MessageWork& work, Attachment& first) {
         if (failed.failed()) {
             LogLine(kProcedure,
                     " err at delete for " + work.rollup_name + " " + failed.description(), 1);
-            NoteFailure({ErrorKind::kDenied, failed.number(), failed.description()});
+            NoteFailure({failed.kind(), failed.number(), failed.description()});
             return false;
         }
     }
@@ -373,8 +373,8 @@ bool CManage::WriteArchiveProperties(MessageWork& work, Attachment& attachment, 
     }
     if (pending.failed()) {
         // Signed, encrypted or not certain where it begins and ends: the store refuses the change.
-        LogLine(kProcedure, " " + name + " left as it was: " + pending.description(), 1);
-        NoteFailure({ErrorKind::kDenied, pending.number(), pending.description()});
+        LogLine(kProcedure, " " + name + " left as it was: " + pending.description(), 2);
+        NoteFailure({pending.kind(), pending.number(), pending.description()});
         return false;
     }
     pending.Step(attachment.SetField(kTagAttachmentExtension, std::string(".zip")));
@@ -393,7 +393,7 @@ bool CManage::ProveArchive(const std::string& archive_path, const Blob& archive,
     LogLine(kProcedure,
             " archive check failed for " + name + "; message left: " + proof.error().description,
             1);
-    NoteFailure(proof.error());
+    message_failed_ = true;
     return false;
 }
 
@@ -401,23 +401,11 @@ bool CManage::SaveMessage(MessageWork& work, const std::string& name) {
     const Status saved = work.message->Update();
     if (!saved.ok()) {
         LogLine(kProcedure, " err at save for " + name + " " + saved.error().description, 1);
-        message_to_retry_ = true;
-        if (!work.failed) ++summary_.messages_failed;
-        work.failed = true;
+        message_failed_ = true;
         return false;
     }
-    if (!work.changed) ++summary_.messages_changed;
-    work.changed = true;
+    message_changed_ = true;
     return true;
-}
-
-// Counts the message as failed and decides whether the next run is to come back to it: not for
-// what will be the same then.
-void CManage::NoteFailure(const Error& error) {
-    ++summary_.messages_failed;
-    if (error.kind != ErrorKind::kMalformed && error.kind != ErrorKind::kDenied) {
-        message_to_retry_ = true;
-    }
 }
 
 }  // namespace trevix

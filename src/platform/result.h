@@ -50,7 +50,8 @@ class [[nodiscard]] Result {
     bool ok() const { return state_.index() == 0; }
     T& value() & { return std::get<0>(state_); }
     const T& value() const& { return std::get<0>(state_); }
-    T&& value() && { return std::get<0>(std::move(state_)); }
+    // By value, so that a loop over a temporary Result's value has something to hold on to.
+    T value() && { return std::get<0>(std::move(state_)); }
     const Error& error() const { return std::get<1>(state_); }
 
  private:

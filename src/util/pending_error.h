@@ -46,6 +46,7 @@ class PendingError {
     bool Test(Result<bool> step, bool when_failed) { return ValueOr(std::move(step), when_failed); }
 
     bool failed() const noexcept { return last_.has_value(); }
+    ErrorKind kind() const noexcept { return last_ ? last_->kind : ErrorKind::kOther; }
     int number() const noexcept { return last_ ? last_->number : 0; }
     std::string description() const { return last_ ? last_->description : std::string(); }
     void Clear() noexcept { last_.reset(); }

@@ -279,7 +279,8 @@ class _Judge:
             self.add("I2", path, f"disposition of {leaf['name']} became {archive['disposition']}")
         if leaf["name"] and PLAIN_NAME.match(leaf["name"]):
             wanted = base_name(leaf["name"]) + ".zip"
-            if archive["name"] != wanted:
+            # Readers differ in the blanks around encoded words.
+            if archive["name"].replace(" ", "") != wanted.replace(" ", ""):
                 self.add("Z", path, f"{leaf['name']} became {archive['name']}, not {wanted}")
         elif not (archive["name"] or "").endswith(".zip"):
             self.add("Z", path, f"archive is named {archive['name']}")
@@ -350,7 +351,9 @@ def _member_name_fits(name, member):
     """A plain name must be kept, except for the number of a second file of that name."""
     if not name or not PLAIN_NAME.match(name):
         return "/" not in member and "\\" not in member and member not in ("", ".", "..")
-    plain = re.escape(base_name(name)) + r"( \(\d+\))?" + re.escape(name[len(base_name(name)):])
+    # Readers differ in the blanks around encoded words.
+    name, member = name.replace(" ", ""), member.replace(" ", "")
+    plain = re.escape(base_name(name)) + r"(\(\d+\))?" + re.escape(name[len(base_name(name)):])
     return re.fullmatch(plain, member) is not None
 
 
