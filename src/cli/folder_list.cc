@@ -54,7 +54,7 @@ std::size_t Distance(const FolderEntry& folder, const std::string& path) {
 
 std::string Closest(const std::vector<FolderEntry>& folders, const std::string& path) {
     std::vector<std::pair<std::size_t, std::string>> ranked;
-    const std::size_t limit = std::max<std::size_t>(2, path.size() / 2);
+    const std::size_t limit = std::max<std::size_t>(3, path.size() / 2);
     for (const FolderEntry& folder : folders) {
         const std::size_t distance = Distance(folder, path);
         if (distance <= limit) ranked.emplace_back(distance, folder.path);

@@ -1,0 +1,52 @@
+#include "cli/event_echo.h"
+
+#include <gmock/gmock.h>
+
+#include "fakes/fake_event_log.h"
+
+namespace trevix::cli {
+namespace {
+
+using testing::ElementsAre;
+
+struct EchoWorld {
+    fakes::FaultPlan plan;
+    fakes::FakeEventLog log{plan};
+    std::vector<std::string> shown;
+    EventEcho::Show show = [this](const std::string& procedure, const std::string& text) {
+        shown.push_back(procedure + "|" + text);
+    };
+};
+
+TEST(EventEchoReport, ShowsErrorsWithoutTheirProcedureAndPassesEverythingOn) {
+    EchoWorld world;
+    EventEcho echo(&world.log, world.show);
+
+    EXPECT_TRUE(echo.Report({"CManage::Trevix: err at save for a:b.txt"}, "Trevix", "", 1).ok());
+    EXPECT_TRUE(echo.Report({"CManage::Trevix: a warning"}, "Trevix", "", 2).ok());
+    EXPECT_TRUE(echo.Report({"plain text"}, "Trevix", "", 1).ok());
+
+    EXPECT_THAT(world.shown, ElementsAre("CManage::Trevix|err at save for a:b.txt", "|plain text"));
+    EXPECT_EQ(world.log.events.size(), 3U);
+}
+
+TEST(EventEchoReport, WorksWithoutALogBehind) {
+    EchoWorld world;
+    EventEcho echo(nullptr, world.show);
+
+    EXPECT_TRUE(echo.Available());
+    EXPECT_TRUE(echo.Report({"A::B:text"}, "Trevix", "", 1).ok());
+    EXPECT_THAT(world.shown, ElementsAre("A::B|text"));
+}
+
+TEST(EventEchoReport, LeavesALogAloneThatIsNotThere) {
+    EchoWorld world;
+    world.log.available = false;
+    EventEcho echo(&world.log, {});
+
+    EXPECT_TRUE(echo.Report({"A::B:text"}, "Trevix", "", 1).ok());
+    EXPECT_TRUE(world.log.events.empty());
+}
+
+}  // namespace
+}  // namespace trevix::cli
