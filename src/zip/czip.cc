@@ -135,7 +135,7 @@ std::int16_t CZIP::ZIPFiles(const std::string& archive, std::string& items, std:
     return code;
 }
 
-std::int16_t CZIP::ZIPAttach(const std::string& archive, std::string items,
+std::int16_t CZIP::ZIPAttach(const std::string& archive, const std::string& items,
                              std::int16_t /*level*/) {
     const std::int16_t code = AddItems(archive, QuoteItems(items));
     if (code != 0) LogError("ZIPAttach", " error : " + CodeAndText(code));

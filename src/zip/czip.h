@@ -39,7 +39,8 @@ class CZIP {
     // Both return the engine's error code. ZIPFiles trims and quotes the caller's `items` and sets
     // the level; ZIPAttach takes the level that is set, `level` is deliberately not used.
     std::int16_t ZIPFiles(const std::string& archive, std::string& items, std::int16_t level);
-    std::int16_t ZIPAttach(const std::string& archive, std::string items, std::int16_t level);
+    std::int16_t ZIPAttach(const std::string& archive, const std::string& items,
+                           std::int16_t level);
 
     // Extracts everything and replaces existing files. The caller's `destination` gains a final "/"
     // when it has none.

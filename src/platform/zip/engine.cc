@@ -63,7 +63,7 @@ Code Engine::AddFiles() {
         may_hold -= std::min(may_hold, member->held_bytes());
         members.push_back(std::move(member));
     }
-    return WriteToFile(std::move(members));
+    return WriteToFile(members);
 }
 
 Code Engine::AddText() {
@@ -189,7 +189,7 @@ Code Engine::TakeMemoryInput(const std::string& scratch, Member& member) {
     return kOk;
 }
 
-Code Engine::WriteToFile(std::vector<std::unique_ptr<Member>> members) {
+Code Engine::WriteToFile(const std::vector<std::unique_ptr<Member>>& members) {
     if (zip_file.empty() || zip_file.ends_with('/')) return kBadCommand;
     if (zip_file.find('\0') != std::string::npos) return kBadCommand;
     ArchiveOutput output(zip_file);

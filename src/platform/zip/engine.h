@@ -34,7 +34,7 @@ class Engine final : public ZipEngine {
     Code AskForInput(std::int64_t offset, std::string& buffer, std::int32_t* count);
 
     // Writes the members to zip_file.
-    Code WriteToFile(std::vector<std::unique_ptr<Member>> members);
+    Code WriteToFile(const std::vector<std::unique_ptr<Member>>& members);
 
     Deflater deflater_;
 };
