@@ -92,7 +92,7 @@ class CrashTest(unittest.TestCase):
             drive.report(self, f"{mode}: killed at {count} of {len(numbers)} {kind}", failures)
 
     def test_a_killed_separate_run_loses_nothing(self):
-        self.sweep("separate", ["--separate", "--no-index"], 70)
+        self.sweep("separate", ["--separate"], 70)
 
     def test_a_killed_rollup_run_with_its_index_run_loses_nothing(self):
         self.sweep("rollup", ["--rollup"], 90)

@@ -148,8 +148,9 @@ class Sandbox:
         return mail_reader.snapshot(self.store, parser)
 
     def temporary_entries(self):
-        """What lies in the temporary directory, by relative path."""
-        return {os.path.relpath(os.path.join(path, name), self.temporary)
+        """What lies in the temporary directory, by relative path, the same in each sandbox."""
+        own = self.root.replace("/", " ")
+        return {os.path.relpath(os.path.join(path, name), self.temporary).replace(own, " sandbox")
                 for path, folders, files in os.walk(self.temporary) for name in folders + files}
 
 
