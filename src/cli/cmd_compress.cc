@@ -1,6 +1,7 @@
 // trevixctl compress: one compression run, for real or dry.
 #include <CLI/App.hpp>
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -38,6 +39,30 @@ struct Options {
     bool json = false;
     bool quiet = false;
 };
+
+// What the errors of a run are shown beside, and how many there were.
+struct Shown {
+    const RunView* view = nullptr;  // only while the run goes on
+    int errors = 0;
+    bool is_disk_full = false;
+    bool is_temporary_full = false;
+};
+
+bool HoldsAny(const std::string& text, std::initializer_list<const char*> wanted) {
+    for (const char* words : wanted) {
+        if (text.find(words) != std::string::npos) return true;
+    }
+    return false;
+}
+
+void Note(Shown& shown, const std::string& text) {
+    ++shown.errors;
+    if (HoldsAny(text, {"Disk full", "MAPI_E_NOT_ENOUGH_DISK", "No space left"})) {
+        shown.is_disk_full = true;
+    }
+    // The zip engine does not say why; it writes nowhere else.
+    if (HoldsAny(text, {"Error writing to a file"})) shown.is_temporary_full = true;
+}
 
 // Each run ends in a summary, also one that never began.
 int NotRun(const Options& options, int exit_code, Console& console) {
@@ -107,11 +132,23 @@ std::optional<std::string> FolderIds(World& world, const std::vector<std::string
     return ids;
 }
 
-int ExitCode(const RunView& view, const RunSummary& summary, const std::string& name,
-             Console& console) {
+int ExitCode(const RunView& view, const RunSummary& summary, const Shown& shown,
+             const std::string& name, Console& console) {
     switch (view.end()) {
         case RunView::End::kComplete:
-            return summary.messages_failed > 0 ? kExitSomeFailed : kExitDone;
+            if (shown.is_disk_full) {
+                console.Complain({name, "the disk is full",
+                                  "make room and start again; what was not treated is as it was"});
+                return kExitFailed;
+            }
+            if (shown.is_temporary_full) {
+                console.Complain({"temporary files", "archives could not be written",
+                                  "make room in TMPDIR (default /tmp) and start again"});
+                return kExitFailed;
+            }
+            if (summary.messages_failed > 0) return kExitSomeFailed;
+            // An error that concerned no message concerned the run's own results.
+            return shown.errors > 0 ? kExitFailed : kExitDone;
         case RunView::End::kCancelled:
             console.Complain({name, "cancelled", "the next run goes on where this one ended"});
             return kExitCancelled;
@@ -128,8 +165,7 @@ int ExitCode(const RunView& view, const RunSummary& summary, const std::string& 
     return kExitFailed;
 }
 
-// `shown` is the view while there is one.
-int RunOn(World& world, const Options& options, const std::string& name, const RunView*& shown,
+int RunOn(World& world, const Options& options, const std::string& name, Shown& shown,
           Console& console) {
     BasCI& state = world.state();
     const auto folder_ids = FolderIds(world, options.folders, console);
@@ -141,7 +177,7 @@ int RunOn(World& world, const Options& options, const std::string& name, const R
     run.FolderIDs(*folder_ids);
     RunView view(run, state.ports.clock, world.loop(), console);
     run.Events(&view);
-    shown = &view;
+    shown.view = &view;
     const Interrupt interrupt(world.loop(), [&run] { run.Cancel(true); });
     const auto start = state.ports.clock.UnixNanoseconds();
     run.Manage(false);
@@ -154,13 +190,13 @@ int RunOn(World& world, const Options& options, const std::string& name, const R
     world.loop().DisarmTimer(look);
     view.Finish();
     run.Events(nullptr);
-    shown = nullptr;
+    shown.view = nullptr;
 
     const std::int64_t elapsed_ms = (state.ports.clock.UnixNanoseconds() - start) / 1000000;
     const RunSummary& summary = run.Summary();
-    const int exit_code = ExitCode(view, summary, name, console);
+    const int exit_code = ExitCode(view, summary, shown, name, console);
     const bool ran =
-        exit_code == kExitDone || exit_code == kExitSomeFailed || exit_code == kExitCancelled;
+        view.end() == RunView::End::kComplete || view.end() == RunView::End::kCancelled;
     if (ran && !console.json && !console.quiet) {
         if (options.dry_run) console.out() << FolderTable(view.folders());
         console.out() << SummaryLine(summary, elapsed_ms, options.dry_run) << '\n';
@@ -185,16 +221,21 @@ int Run(const Options& options, Console& console) {
         plan.writes = WorldPlan::Writes::kNothing;
         plan.held_lock = HeldLock::kConcealed;
     }
-    const RunView* view = nullptr;
+    if (options.folders.empty()) {
+        plan.folder_use = options.dry_run ? FolderUse::kRead : FolderUse::kWrite;
+    }
+    Shown shown;
     plan.show_error = [&](const std::string& procedure, const std::string& text) {
         // Before and after the run the outcome is told in other words. What a zip attachment looks
         // like is for programs that show pictures of attachments.
-        if (view == nullptr || procedure == "CManage::GetZipAttachRender") return;
-        console.Complain({view->folder().empty() ? *name : view->folder(), PlainText(text), ""});
+        if (shown.view == nullptr || procedure == "CManage::GetZipAttachRender") return;
+        Note(shown, text);
+        const std::string& folder = shown.view->folder();
+        console.Complain({folder.empty() ? *name : folder, PlainText(text), ""});
     };
     const auto world = World::Open(plan, *name, console);
     if (world == nullptr) return NotRun(options, kExitFailed, console);
-    return RunOn(*world, options, *name, view, console);
+    return RunOn(*world, options, *name, shown, console);
 }
 
 }  // namespace

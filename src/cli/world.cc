@@ -32,6 +32,9 @@ namespace {
 
 using Writes = WorldPlan::Writes;
 
+constexpr const char* kTemporaryHint =
+    "make room there, or set TMPDIR to a directory that you may write";
+
 // The installed data lies apart from the program, in the build tree beside it.
 std::string DataDirectory(const std::string& program_directory) {
     const std::string installed = program_directory + "/" + TREVIX_DATA_FROM_BIN;
@@ -53,7 +56,10 @@ Result<std::unique_ptr<MailStore>> OpenStore(const std::string& path, const Worl
     auto store = maildir::OpenMaildir(
         path, std::make_unique<associated::AssociatedStore>(path, clock), clock,
         looks_only ? maildir::Leftovers::kLeave : maildir::Leftovers::kFinish);
-    if (!store.ok() || !looks_only) return store;
+    if (!store.ok()) return store;
+    const Status usable = CheckStore(path, *store.value(), plan.folder_use);
+    if (!usable.ok()) return usable.error();
+    if (!looks_only) return store;
     return std::unique_ptr<MailStore>(std::make_unique<DryRunStore>(std::move(store).value(), clock,
                                                                     place->path(), plan.held_lock));
 }
@@ -148,8 +154,9 @@ bool CopySettings(PrivatePlace& place, SettingFiles& settings, Console& console)
     for (std::string* file : {&settings.user, &settings.machine}) {
         auto copy = place.CopyOf(*file);
         if (!copy.ok()) {
+            const bool is_full = copy.error().kind == ErrorKind::kNoSpace;
             console.Complain({"settings", copy.error().description,
-                              "give this user permission to read the file"});
+                              is_full ? kTemporaryHint : "give this user permission to read it"});
             return false;
         }
         *file = std::move(copy).value();
@@ -158,8 +165,6 @@ bool CopySettings(PrivatePlace& place, SettingFiles& settings, Console& console)
 }
 
 std::unique_ptr<BuiltWorld> Build(const WorldPlan& plan, Console& console) {
-    constexpr const char* kTemporaryHint =
-        "make room there, or set TMPDIR to a directory that you may write";
     SettingFiles settings;
     std::unique_ptr<PrivatePlace> place;
     if (plan.writes == Writes::kNothing) {

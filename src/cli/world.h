@@ -11,6 +11,7 @@
 #include "cli/dry_run_hidden.h"
 #include "cli/event_echo.h"
 #include "cli/registry_overlay.h"
+#include "cli/store_check.h"
 #include "platform/posix/poll_loop.h"
 #include "shell/bas_ci.h"
 #include "shell/session.h"
@@ -25,6 +26,7 @@ struct WorldPlan {
     // Whether what is learnt of messages may go into the summary cache all the same.
     bool keeps_summaries = false;
 
+    FolderUse folder_use = FolderUse::kSome;
     HeldLock held_lock = HeldLock::kShown;  // of worlds that write nothing
     bool server_mode = false;
     std::vector<OverlayValue> options;  // what the command line sets for this run
