@@ -58,6 +58,7 @@ std::string CIndex::GetZipIndexDir() {
     const std::string name = StoreFolderName(state_.gLogonName);
     const std::string store = base + name + "/";
     if (!make(store, name)) return {};
+    files.SweepStaging(store);
     index_dir_ = store;
     return index_dir_;
 }

@@ -152,7 +152,8 @@ class CManage final : public ManageRun {
     bool SaveCompressionResults(const std::string& log, Date end_time);
     bool SaveFolderRecordSet(Message& message);
     bool SaveResultsMessage(Message& message);
-    void ReplaceZipAttachment(Attachments* attachments, const std::string& zip_path);
+    void RemoveLoadedZip(const std::string& zip_path);
+    void ReplaceZipAttachment(Message& message, const std::string& zip_path);
 
     void LogLine(const char* procedure, const std::string& message, std::int16_t level);
 

@@ -41,45 +41,45 @@ bool CManage::SaveCompressionResults(const std::string& log, Date end_time) {
     return true;
 }
 
+// The files are made in a private directory below the index directory, because another process may
+// be at work on the same store; what was loaded from there is removed with them.
 bool CManage::SaveFolderRecordSet(Message& message) {
     LogLine(kProcedure, " saving folder recordset", 8);
-    if (state_.gIndexDir.empty()) {
-        LogLine(kProcedure, " no index directory to save the folder recordset in", 1);
-        return SaveResultsMessage(message);
-    }
-    const std::string adtg_path = state_.gIndexDir + "txfolders.adtg";
-    const std::string zip_path = state_.gIndexDir + kZipName;
     FileSystem& files = state_.ports.files;
     PendingError pending;
-
-    // The file that the records were loaded from is still there, and saving never overwrites.
-    if (files.FileExists(adtg_path)) pending.Step(files.Delete(adtg_path));
-    pending.Step(On(state_.gFolderRST,
-                    [&](RecordSet& records) { return records.Save(adtg_path, kPersistAdtg); }));
-    const bool record_set_saved = !pending.failed();
-    if (files.FileExists(zip_path)) {
-        pending.Clear();
-        if (pending.Step(files.Delete(zip_path))) {
-            LogLine(kProcedure, " deleted existing zip at " + zip_path, 8);
-        } else {
-            LogLine(kProcedure,
-                    " error deleting existing zip at " + zip_path + ": " + NumberAndText(pending),
-                    1);
-        }
+    std::unique_ptr<StagingDirectory> staging;
+    if (state_.gIndexDir.empty() || !pending.Assign(staging, files.MakeStaging(state_.gIndexDir))) {
+        LogLine(kProcedure,
+                " no directory to save the folder recordset in " + NumberAndText(pending), 1);
+        return SaveResultsMessage(message);
     }
-    const bool zipped = record_set_saved && zip_.ZIPAttach(zip_path, adtg_path, state_.Level) == 0;
-
-    pending.Clear();
-    std::unique_ptr<Attachments> attachments;
-    pending.Assign(attachments, message.AttachmentList());
+    const std::string adtg_path = staging->path() + "txfolders.adtg";
+    const std::string zip_path = staging->path() + kZipName;
+    const bool saved = pending.Step(On(state_.gFolderRST, [&](RecordSet& records) {
+        return records.Save(adtg_path, kPersistAdtg);
+    }));
+    RemoveLoadedZip(state_.gIndexDir + kZipName);
     // An older record set is better than none: it goes only when the new one is at hand.
-    if (zipped) ReplaceZipAttachment(attachments.get(), zip_path);
+    if (saved && zip_.ZIPAttach(zip_path, adtg_path, state_.Level) == 0) {
+        ReplaceZipAttachment(message, zip_path);
+    }
     const bool updated = SaveResultsMessage(message);
 
+    const std::string loaded_path = state_.gIndexDir + "txfolders.adtg";
     // What cannot be deleted now is replaced by the next run.
-    if (files.FileExists(zip_path)) Drop(files.Delete(zip_path));
-    if (files.FileExists(adtg_path)) Drop(files.Delete(adtg_path));
+    if (files.FileExists(loaded_path)) Drop(files.Delete(loaded_path));
     return updated;
+}
+
+void CManage::RemoveLoadedZip(const std::string& zip_path) {
+    if (!state_.ports.files.FileExists(zip_path)) return;
+    PendingError pending;
+    if (pending.Step(state_.ports.files.Delete(zip_path))) {
+        LogLine(kProcedure, " deleted existing zip at " + zip_path, 8);
+    } else {
+        LogLine(kProcedure,
+                " error deleting existing zip at " + zip_path + ": " + NumberAndText(pending), 1);
+    }
 }
 
 bool CManage::SaveResultsMessage(Message& message) {
@@ -94,8 +94,10 @@ bool CManage::SaveResultsMessage(Message& message) {
     return !pending.failed();
 }
 
-void CManage::ReplaceZipAttachment(Attachments* attachments, const std::string& zip_path) {
+void CManage::ReplaceZipAttachment(Message& message, const std::string& zip_path) {
     PendingError pending;
+    std::unique_ptr<Attachments> attachments;
+    pending.Assign(attachments, message.AttachmentList());
     const std::int32_t count =
         pending.ValueOr(On(attachments, [](Attachments& list) { return list.Count(); }), 0);
     for (std::int32_t i = count; i >= 1; --i) {
