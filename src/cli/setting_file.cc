@@ -78,7 +78,9 @@ Result<std::vector<KeyedValue>> ReadImport(const std::string& file) {
     if (!document.ok()) return document.error();
     TREVIX_RETURN_IF_ERROR(RefuseDeletions(bytes.value(), file));
     for (const char* root : {"HKEY_LOCAL_MACHINE", "HKEY_CLASSES_ROOT"}) {
-        if (!document.value().HasKey(root)) continue;
+        if (document.value().SubKeys(root).empty() && document.value().Values(root).empty()) {
+            continue;
+        }
         return Refused(file, std::string("it holds ") + root +
                                  "; only settings of this user can be taken over");
     }
