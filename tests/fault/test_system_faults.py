@@ -33,8 +33,9 @@ class SystemFaultTest(unittest.TestCase):
         cls.parser = mail_reader.Parser()
         cls.before = mail_reader.snapshot(cls.template, cls.parser)
 
-    def judge(self, sandbox, mode, **options):
-        return mail_reader.compare(self.before, sandbox.snapshot(self.parser), mode,
+    def judge(self, sandbox, **options):
+        # What one attachment lost to the fault is zipped by the next run, in an archive of its own.
+        return mail_reader.compare(self.before, sandbox.snapshot(self.parser), "any",
                                    int(MIN_SIZE), **options)
 
     def count(self, mode, error):
@@ -42,7 +43,7 @@ class SystemFaultTest(unittest.TestCase):
             done = sandbox.compress("--" + mode, *RUN,
                                     runner=("count", "--arm-at", sandbox.root, "--errno", error))
             self.assertEqual(done.status, drive.EXIT_DONE, done.describe())
-            self.assertEqual(self.judge(sandbox, mode, complete=True), [])
+            self.assertEqual(self.judge(sandbox, complete=True), [])
             return int(done.runner.split("counted ")[1].split()[0])
 
     def fail_and_judge(self, number, mode, error, lasting):
@@ -51,7 +52,7 @@ class SystemFaultTest(unittest.TestCase):
             runner = ["fail", str(number), "--arm-at", sandbox.root, "--errno", error]
             done = sandbox.compress("--" + mode, *RUN,
                                     runner=runner + ["--from-then-on"] * lasting)
-            found = self.judge(sandbox, mode, allow_tmp=True)
+            found = self.judge(sandbox, allow_tmp=True)
             if lasting:
                 # The old message could not be removed either; the next start finishes that.
                 found = [text for text in found
@@ -60,11 +61,11 @@ class SystemFaultTest(unittest.TestCase):
                 found.append("unknown exit status")
             if done.status != drive.EXIT_DONE and not done.err.strip():
                 found.append("failed without a word")
-            undone = self.judge(sandbox, mode, allow_tmp=True, complete=True)
+            undone = self.judge(sandbox, allow_tmp=True, complete=True)
             if done.status == drive.EXIT_DONE and undone and not self.reported(sandbox, done):
                 found.append("left mail untreated without a word: " + undone[0])
             failure = sandbox.start_again("--" + mode, *RUN)
-            found += [failure] if failure else self.judge(sandbox, mode)
+            found += [failure] if failure else self.judge(sandbox)
             return f"{done.describe()}\n" + "\n".join(found) if found else None
 
     @staticmethod
