@@ -175,18 +175,18 @@ std::string ReadTextPart(const Blob& message, const MimePart& part) {
     return text.ok() ? ToUtf8(text.value(), part.type.Parameter("charset")) : std::string();
 }
 
-bool RefersToContentId(std::string_view html, std::string_view content_id) {
-    if (content_id.empty()) return false;
-    for (std::size_t at = 0; at + 4 <= html.size(); ++at) {
-        if (html[at + 3] != ':' || !EqualsIgnoringCase(html.substr(at, 4), "cid:")) continue;
-        const std::size_t begin = at + 4;
-        const std::size_t end = std::min(html.find_first_of("\"'<> \t\r\n)\\", begin), html.size());
-        const std::string_view raw = html.substr(begin, end - begin);
-        if (raw == content_id || Unescape(ResolveAmpersands(std::string(raw))) == content_id) {
-            return true;
-        }
+std::set<std::string> ReferencedContentIds(std::string_view html) {
+    std::set<std::string> ids;
+    for (std::size_t colon = html.find(':'); colon != std::string_view::npos;
+         colon = html.find(':', colon + 1)) {
+        if (colon < 3 || !EqualsIgnoringCase(html.substr(colon - 3, 3), "cid")) continue;
+        const std::size_t end =
+            std::min(html.find_first_of("\"'<> \t\r\n)\\", colon + 1), html.size());
+        const std::string raw(html.substr(colon + 1, end - colon - 1));
+        ids.insert(raw);
+        ids.insert(Unescape(ResolveAmpersands(raw)));
     }
-    return false;
+    return ids;
 }
 
 std::string WrapHtmlInRtf(std::string_view html) {

@@ -1,6 +1,7 @@
 // What is needed of an HTML body: which embedded parts it shows, and its opening tag as RTF.
 #pragma once
 
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -12,8 +13,8 @@ namespace trevix::mime {
 // The part's text as UTF-8, its first 4 MiB; empty when it cannot be decoded.
 std::string ReadTextPart(const Blob& message, const MimePart& part);
 
-// Whether the HTML refers to the content ID by a "cid:" address.
-bool RefersToContentId(std::string_view html, std::string_view content_id);
+// The content IDs of all "cid:" addresses in the HTML, both as written and with escapes resolved.
+std::set<std::string> ReferencedContentIds(std::string_view html);
 
 // RTF that wraps the HTML: its opening tags, each whole in one group, attribute names in lower case
 // and values in double quotes. The text itself is left out; nobody reads it in this form.

@@ -230,13 +230,13 @@ class MailAttachment final : public Attachment {
     Result<Variant> ContentId() {
         const PartTree& tree = owner_.Content().tree;
         const MimePart& part = Part();
-        std::string id = ContentIdOf(part);
+        std::string id = part.content_id;
         if (id.empty()) return MessagingError(kNotFound);
         const bool related =
             part.parent >= 0 &&
             tree.parts[static_cast<std::size_t>(part.parent)].IsType("multipart/related") &&
             RelatedRoot(tree, part.parent) != Info().part && !part.IsAttachmentByDisposition();
-        if (related || RefersToContentId(owner_.HtmlText(), id)) return Variant(std::move(id));
+        if (related || owner_.ShownIds().contains(id)) return Variant(std::move(id));
         return MessagingError(kNotFound);
     }
 

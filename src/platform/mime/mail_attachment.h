@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "platform/messaging.h"
@@ -30,8 +31,8 @@ class AttachmentOwner {
  public:
     virtual ~AttachmentOwner() = default;
     virtual const ReadMessage& Content() = 0;
-    // The HTML text of the body, empty when there is none. Read once.
-    virtual const std::string& HtmlText() = 0;
+    // The content IDs that the HTML body shows. Read once.
+    virtual const std::set<std::string>& ShownIds() = 0;
     // Why nothing may be written into the message at all; empty when it may. Asks the second
     // reader the first time.
     virtual Result<std::string> WriteDoubt() = 0;

@@ -98,7 +98,7 @@ class MailMessage final : public Message, public AttachmentOwner {
     }
 
     Result<std::string> FormattedBody() override {
-        return IsHtml() ? WrapHtmlInRtf(HtmlText()) : std::string();
+        return IsHtml() ? WrapHtmlInRtf(ReadHtml()) : std::string();
     }
 
     Result<std::string> SenderName() override {
@@ -164,13 +164,16 @@ class MailMessage final : public Message, public AttachmentOwner {
     const ReadMessage& Content() override { return content_; }
     SlotList& Slots() override { return slots_; }
 
-    const std::string& HtmlText() override {
-        if (!html_read_ && IsHtml()) {
-            html_ = ReadTextPart(
-                content_.bytes, content_.tree.parts[static_cast<std::size_t>(content_.shape.body)]);
+    std::string ReadHtml() const {
+        return ReadTextPart(content_.bytes,
+                            content_.tree.parts[static_cast<std::size_t>(content_.shape.body)]);
+    }
+
+    const std::set<std::string>& ShownIds() override {
+        if (!shown_ids_.has_value()) {
+            shown_ids_ = IsHtml() ? ReferencedContentIds(ReadHtml()) : std::set<std::string>();
         }
-        html_read_ = true;
-        return html_;
+        return *shown_ids_;
     }
 
     Result<std::string> WriteDoubt() override {
@@ -234,8 +237,7 @@ class MailMessage final : public Message, public AttachmentOwner {
     void TakeSaved(ReadMessage now, MailEntry entry) {
         const std::string old_key = summary_.entry.key;
         content_ = std::move(now);
-        html_.clear();
-        html_read_ = false;
+        shown_ids_.reset();
         write_doubt_ = std::string();  // the second reader has just agreed
         summary_.entry = std::move(entry);
         summary_.first_seen_ns = 0;  // it counts from its write
@@ -258,8 +260,7 @@ class MailMessage final : public Message, public AttachmentOwner {
     ReadMessage content_;
     SlotList all_slots_;  // one for each attachment of the shape
     SlotList slots_;      // without the deleted ones
-    std::string html_;
-    bool html_read_ = false;
+    std::optional<std::set<std::string>> shown_ids_;
     std::optional<std::string> write_doubt_;
 };
 

@@ -267,17 +267,9 @@ int RelatedRoot(const PartTree& tree, int related) {
     std::string start = part.type.Parameter("start");
     if (start.starts_with("<") && start.ends_with(">")) start = start.substr(1, start.size() - 2);
     for (const int child : part.children) {
-        if (!start.empty() && ContentIdOf(At(tree, child)) == start) return child;
+        if (!start.empty() && At(tree, child).content_id == start) return child;
     }
     return part.children.empty() ? -1 : part.children.front();
-}
-
-std::string ContentIdOf(const MimePart& part) {
-    std::string_view id = TrimBlanks(FirstField(part.header, "Content-ID"));
-    if (id.starts_with("<")) id.remove_prefix(1);
-    if (id.ends_with(">")) id.remove_suffix(1);
-    std::string text(TrimBlanks(id));
-    return IsValidUtf8(text) ? text : ToUtf8(text, "");
 }
 
 }  // namespace trevix::mime

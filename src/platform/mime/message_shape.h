@@ -51,7 +51,4 @@ std::string DeleteRefusal(const PartTree& tree, const AttachmentPart& attachment
 // empty.
 int RelatedRoot(const PartTree& tree, int related);
 
-// The Content-ID without its angle brackets; empty when there is none.
-std::string ContentIdOf(const MimePart& part);
-
 }  // namespace trevix::mime

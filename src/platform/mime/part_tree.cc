@@ -2,6 +2,7 @@
 
 #include "platform/mime/ascii.h"
 #include "platform/mime/header_block.h"
+#include "platform/mime/header_text.h"
 #include "platform/mime/line_scanner.h"
 
 namespace trevix::mime {
@@ -27,6 +28,14 @@ bool IsFieldName(std::string_view name) {
         if (c <= ' ' || c > '~') return false;
     }
     return true;
+}
+
+std::string ContentId(std::string_view raw) {
+    std::string_view id = TrimBlanks(raw);
+    if (id.starts_with("<")) id.remove_prefix(1);
+    if (id.ends_with(">")) id.remove_suffix(1);
+    const std::string text(TrimBlanks(id));
+    return IsValidUtf8(text) ? text : ToUtf8(text, "");
 }
 
 class TreeReader {
@@ -196,6 +205,7 @@ class TreeReader {
         part.disposition = ParseParameterized(OnlyField(part, "Content-Disposition"));
         part.encoding_name = std::string(TrimBlanks(OnlyField(part, "Content-Transfer-Encoding")));
         part.encoding = TransferEncodingOf(part.encoding_name);
+        part.content_id = ContentId(FirstField(part.header, "Content-ID"));
         if (part.type.word.starts_with("multipart/")) ReadBoundary(part, raw_type);
     }
 

@@ -45,7 +45,8 @@ struct MimePart {
     Parameterized disposition;  // empty word when none was given
     std::string encoding_name;
     TransferEncoding encoding = TransferEncoding::kIdentity;
-    std::string boundary;  // of a multipart that was taken apart
+    std::string boundary;    // of a multipart that was taken apart
+    std::string content_id;  // without its angle brackets; empty when there is none
 
     bool IsMultipart() const { return !boundary.empty(); }
     bool IsType(std::string_view word) const { return type.word == word; }

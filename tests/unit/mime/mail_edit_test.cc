@@ -2,7 +2,7 @@
 
 #include <random>
 
-#include "platform/mime/mail_message.h"
+#include "platform/mime/splice.h"
 #include "unit/mime/mime_world.h"
 
 namespace trevix::mime {
@@ -118,27 +118,134 @@ TEST(MailUpdate, GivesTheMessageItsNewIdAndCanBeRepeated) {
 }
 
 TEST(MailUpdate, ChangesNothingWhenTheStoreSaysNo) {
-    struct Row {
-        const char* call;
-        Error error;
-    };
-    for (const Row& row : {Row{"mail.Stage", MessagingError(kNotEnoughDisk)},
-                           Row{"staged.Commit", MessagingError(kNoAccess)},
-                           Row{"mail.Commit", MessagingError(kNoAccess)}}) {
-        World world;
-        auto message = world.Open(TwoFiles());
-        ASSERT_TRUE(Zip(*ItemOf(*message, 1), "zip1", "one.zip").ok());
-        world.plan.FailCalls(row.call, row.error);
+    for (const char* call : {"mail.Stage", "mail.Commit"}) {
+        for (const std::uint32_t code : {kNotEnoughDisk, kNoAccess, kDiskError, kObjectDeleted}) {
+            World world;
+            auto message = world.Open(TwoFiles());
+            ASSERT_TRUE(Zip(*ItemOf(*message, 1), "zip1", "one.zip").ok());
+            world.plan.FailCalls(call, MessagingError(code));
 
-        const Status updated = message->Update();
+            const Status updated = message->Update();
 
-        if (!updated.ok()) {
-            EXPECT_EQ(updated.error().number, row.error.number);
+            ASSERT_FALSE(updated.ok());
+            EXPECT_EQ(updated.error().number, static_cast<int>(code));
             EXPECT_EQ(world.Stored(), TwoFiles());
+            EXPECT_EQ(world.mail.commits, 0);
+
+            // What was asked for is still wanted.
             world.plan.Clear();
             EXPECT_TRUE(message->Update().ok());
+            EXPECT_EQ(world.mail.commits, 1);
         }
     }
+}
+
+// A store that hands back other bytes than it was given.
+class LyingStore final : public MailStore {
+ public:
+    LyingStore(MailStore& store, std::size_t at) : store_(store), at_(at) {}
+    std::string address() const override { return store_.address(); }
+    std::string display_name() const override { return store_.display_name(); }
+    std::string inbox_path() const override { return store_.inbox_path(); }
+    Result<std::vector<MailFolder>> Folders() override { return store_.Folders(); }
+    Result<MailChange> List(const std::string& folder, const MailListing* known) override {
+        return store_.List(folder, known);
+    }
+    Result<Blob> Read(const std::string& folder, const MailEntry& entry) override {
+        return store_.Read(folder, entry);
+    }
+    HiddenMailStore& Hidden() override { return store_.Hidden(); }
+    Result<std::unique_ptr<StagedMail>> Stage(const std::string& folder, const MailEntry& entry,
+                                              const Blob& content) override {
+        std::string bytes = content.ToString().value();
+        bytes[at_ % bytes.size()] ^= 1;
+        return store_.Stage(folder, entry, Blob::FromString(bytes));
+    }
+
+ private:
+    MailStore& store_;
+    std::size_t at_;
+};
+
+TEST(MailUpdate, NeverCommitsBytesThatAreNotWhatWasComposed) {
+    for (std::size_t at = 0; at < 500; at += 7) {
+        World world;
+        LyingStore liar(world.mail, at);
+        OneStoreProvider provider(liar);
+        auto factory = MessagingFactoryOver(provider, world.cache, world.clock);
+        auto session = factory->CreateSession().value();
+        ASSERT_TRUE(session->Logon({"fake", ""}).ok());
+        world.Deliver(TwoFiles());
+        auto messages = session->GetDefaultFolder(kInboxFolder).value()->MessageList().value();
+        const auto rows = world.Rows(*messages, {kTagEntryId});
+        auto utilities = factory->CreateUtilities().value();
+        auto message = std::move(utilities->OpenMessage(world.IdOf(rows[0][0]), "")).value();
+        ASSERT_TRUE(Zip(*ItemOf(*message, 1), "zip", "one.zip").ok());
+
+        EXPECT_EQ(message->Update().error().number, static_cast<int>(kDiskError));
+
+        EXPECT_EQ(world.mail.commits, 0);
+        EXPECT_EQ(world.Stored(), TwoFiles());
+    }
+}
+
+TEST(MailUpdate, SurvivesAFailureOfAnyCall) {
+    const std::string zipped = [] {
+        World world;
+        auto message = world.Open(TwoFiles());
+        EXPECT_TRUE(Zip(*ItemOf(*message, 1), "zip", "one.zip").ok());
+        EXPECT_TRUE(message->Update().ok());
+        return world.Stored();
+    }();
+    for (int nth = 1; nth < 12; ++nth) {
+        for (const auto mode :
+             {fakes::FaultPlan::Mode::kOnce, fakes::FaultPlan::Mode::kFromThenOn}) {
+            World world;
+            auto message = world.Open(TwoFiles());
+            world.plan.FailCall(static_cast<int>(world.plan.calls().size()) + nth, mode,
+                                MessagingError(kDiskError));
+            const bool saved =
+                Zip(*ItemOf(*message, 1), "zip", "one.zip").ok() && message->Update().ok();
+            EXPECT_EQ(world.Stored(), saved ? zipped : TwoFiles());
+        }
+    }
+}
+
+ReadMessage ReadForProof(const std::string& text) {
+    ReadMessage message;
+    message.bytes = Blob::FromString(text);
+    message.tree = ReadPartTree(message.bytes).value();
+    message.shape = ShapeOf(message.tree);
+    return message;
+}
+
+TEST(SpliceProof, RefusesAnyOtherMessage) {
+    const ReadMessage old = ReadForProof(TwoFiles());
+    AttachmentEdit edit;
+    edit.data = Blob::FromString("zip");
+    edit.name = "one.zip";
+    const std::vector<Splice> splices = PlanSplices(old, {edit});
+    const std::string good = ApplySplices(old.bytes, splices).ToString().value();
+    const auto prove = [&](const std::string& bytes) {
+        const Blob blob = Blob::FromString(bytes);
+        return ReadBackEdited(old, {edit}, splices, blob, blob).ok();
+    };
+    ASSERT_TRUE(prove(good));
+
+    const auto replaced = [&good](const std::string& from, const std::string& to) {
+        std::string bytes = good;
+        bytes.replace(bytes.find(from), from.size(), to);
+        return bytes;
+    };
+    EXPECT_FALSE(prove(replaced("emlw", "emlx")));
+    EXPECT_FALSE(prove(replaced("REVG\nRw==", "REVG\nRw=")));
+    EXPECT_FALSE(prove(replaced("filename=\"two.doc\"", "filename=\"too.doc\"")));
+    EXPECT_FALSE(prove(replaced("filename=\"one.zip\"", "filename=\"own.zip\"")));
+    EXPECT_FALSE(prove(replaced("emlw\n", "emlw\n--b\nX: 1\n\nmore\n")));
+    EXPECT_FALSE(prove(replaced("\n--b--", "")));
+    EXPECT_FALSE(prove(replaced("the text\n--b\n", "the text\n")));
+    EXPECT_FALSE(prove(replaced("base64\nX-Part", "7bit\nX-Part")));
+    EXPECT_FALSE(prove("Subject: x\n\nnothing"));
 }
 
 TEST(MailUpdate, IsRefusedWhenTheMessageWasFlaggedOrIsGone) {

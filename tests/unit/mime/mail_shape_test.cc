@@ -351,10 +351,12 @@ TEST(AttachmentContentId, IsGivenOnlyToWhatIsEmbedded) {
 }
 
 TEST(AttachmentContentId, IsNoMatchForALongerOne) {
-    EXPECT_TRUE(RefersToContentId("<img src='cid:a@b'>", "a@b"));
-    EXPECT_FALSE(RefersToContentId("<img src='cid:a@bc'>", "a@b"));
-    EXPECT_FALSE(RefersToContentId("<img src='cid:A@b'>", "a@b"));
-    EXPECT_TRUE(RefersToContentId("style=\"background:url(cid:x&amp;y)\"", "x&y"));
+    const std::set<std::string> ids = ReferencedContentIds(
+        "<img src='cid:a@bc'> <img src=CID:A%40b> style=\"background:url(cid:x&amp;y)\"");
+    EXPECT_TRUE(ids.contains("a@bc"));
+    EXPECT_TRUE(ids.contains("A@b"));
+    EXPECT_TRUE(ids.contains("x&y"));
+    EXPECT_FALSE(ids.contains("a@b"));
 }
 
 TEST(AttachmentSize, IsTheExactNumberOfDecodedBytes) {
