@@ -1,8 +1,6 @@
 #include "cli/dry_run_hidden.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <set>
 
 #include "platform/errors.h"
@@ -19,9 +17,9 @@ HiddenMail WithoutContent(HiddenMail mail) {
 }
 
 std::string IdOf(int number) {
-    std::array<char, 17> id{};
-    std::snprintf(id.data(), id.size(), "dryrun%010d", number);
-    return id.data();
+    constexpr std::size_t kDigits = 10;
+    const std::string digits = std::to_string(number);
+    return "dryrun" + std::string(kDigits - std::min(kDigits, digits.size()), '0') + digits;
 }
 
 }  // namespace
