@@ -52,8 +52,9 @@ TEST(CommandTable, HasExamplesThatParse) {
         std::istringstream lines(command.example);
         for (std::string line; std::getline(lines, line);) {
             CLI::App app;
+            std::vector<Runner> runners;
             for (const Command& other : CommandTable()) {
-                other.attach(*app.add_subcommand(other.name, other.summary));
+                runners.push_back(other.attach(*app.add_subcommand(other.name, other.summary)));
             }
             EXPECT_NO_THROW(app.parse(line, true)) << line;
         }
