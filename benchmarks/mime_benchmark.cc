@@ -159,7 +159,8 @@ FolderSummary LargeFolder() {
 class CacheFolder {
  public:
     CacheFolder() {
-        std::string pattern = "/tmp/trevix-benchmark-XXXXXX";
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "trevix-benchmark-XXXXXX").string();
         path_ = mkdtemp(pattern.data());
     }
     ~CacheFolder() { std::filesystem::remove_all(path_); }

@@ -1,7 +1,7 @@
 // The structure of a message: a flat list of parts with their exact byte ranges.
 //
-// Part 0 is the message itself; parents come before their children, children in document order.
-// A message/rfc822 part is a leaf: what is inside is that message's own affair.
+// The first part is the message itself; parents come before their children, children in document
+// order. A message/rfc822 part is a leaf: what is inside is that message's own affair.
 //
 //     "--b" line | header block [header_begin, content_begin) | content [content_begin,
 //     content_end)
@@ -20,7 +20,7 @@
 
 namespace trevix::mime {
 
-// What a boundary line did to the part that it ended.
+// The parent of the message itself.
 inline constexpr int kNoParent = -1;
 
 struct MimePart {

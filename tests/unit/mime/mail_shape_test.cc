@@ -452,7 +452,7 @@ TEST(AttachmentWriteToFile, MakesAPrivateNewFileOnly) {
               ErrorKind::kNotFound);
     const std::string link = path + "-link";
     ::unlink(link.c_str());
-    ASSERT_EQ(::symlink("/tmp/trevix-mime-target", link.c_str()), 0);
+    ASSERT_EQ(::symlink((path + "-target").c_str(), link.c_str()), 0);
     EXPECT_FALSE(ItemOf(*message, 1)->WriteToFile(link).ok());
     ::unlink(link.c_str());
     ::unlink(path.c_str());
