@@ -9,7 +9,7 @@
 namespace trevix::zip_engine {
 
 int LibraryLevel(std::int16_t level) {
-    constexpr std::array<int, 10> kLevels = {0, 1, 3, 4, 5, 6, 6, 7, 10, 12};
+    constexpr std::array<int, 10> kLevels = {0, 1, 3, 4, 4, 5, 6, 7, 10, 12};
     return kLevels.at(static_cast<std::size_t>(std::clamp<std::int16_t>(level, 0, 9)));
 }
 
@@ -33,16 +33,19 @@ std::size_t Deflater::Deflate(std::int16_t level, const char* input, std::size_t
 }
 
 bool Deflater::IsWorthIt(const char* input, std::size_t count) {
-    constexpr std::size_t kSmall = std::size_t{1024} * 1024;
-    constexpr std::size_t kSample = std::size_t{16} * 1024;
-    constexpr std::size_t kSamples = 8;
+    constexpr std::size_t kSmall = std::size_t{32} * 1024;
+    constexpr std::size_t kLarge = std::size_t{512} * 1024;
     if (count < kSmall) return true;
-    std::vector<char> output(kSample);
-    const std::size_t step = (count - kSample) / (kSamples - 1);
-    for (std::size_t i = 0; i < kSamples; ++i) {
-        // The compressor gives up (0) when not even one byte is saved.
+    const std::size_t sample = count < kLarge ? std::size_t{6} * 1024 : std::size_t{16} * 1024;
+    const std::size_t samples = count < kLarge ? 4 : 8;
+    // Less than a fiftieth is what a container's own headers give; the rest is packed already.
+    const std::size_t worth = sample - sample / 50;
+    std::vector<char> output(worth);
+    const std::size_t step = (count - sample) / (samples - 1);
+    for (std::size_t i = 0; i < samples; ++i) {
+        // The compressor gives up (0) when the output would not fit.
         const std::size_t made = libdeflate_deflate_compress(Compressor(1), input + i * step,
-                                                             kSample, output.data(), kSample - 1);
+                                                             sample, output.data(), worth);
         if (made > 0) return true;
     }
     return false;
