@@ -88,7 +88,8 @@ Status RegParser::ReadText() {
         std::string_view line = rest.substr(0, end);
         rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
         if (lines_.empty() && line.ends_with('\r')) document_.carriage_returns_ = true;
-        while (line.ends_with('\r')) line.remove_suffix(1);
+        while (line.ends_with('\r'))
+            line.remove_suffix(1);
         lines_.emplace_back(line);
         if (line.find('\0') != std::string_view::npos) {
             at_ = lines_.size() - 1;

@@ -9,8 +9,8 @@ struct libdeflate_compressor;
 
 namespace trevix::zip_engine {
 
-// The levels 0 to 9 that the engine knows, in ours: libdeflate's are stronger for the same time (its
-// 5 makes smaller archives than zlib's 6), and its 8 and 9 cost more time than they are worth.
+// The levels 0 to 9 that the engine knows, in ours: libdeflate's are stronger for the same time
+// (its 5 makes smaller archives than zlib's 6), and its 8 and 9 cost more time than they are worth.
 int LibraryLevel(std::int16_t level);
 
 class Deflater {
