@@ -55,8 +55,17 @@ bool HoldsAny(const std::string& text, std::initializer_list<const char*> wanted
     return false;
 }
 
-void Note(Shown& shown, const std::string& text) {
-    ++shown.errors;
+// Whether an entry tells a person something about a message. Before and after the run the outcome
+// is told in other words; what a zip attachment looks like is for programs that show pictures.
+bool ConcernsMail(int type, const std::string& procedure, const std::string& text) {
+    if (type == 1) return procedure != "CManage::GetZipAttachRender";
+    return HoldsAny(procedure,
+                    {"::TrevixItemRDM", "::CompressAttachments", "::DeleteStationery"}) &&
+           !text.starts_with("user");
+}
+
+void Note(Shown& shown, int type, const std::string& text) {
+    if (type == 1) ++shown.errors;
     if (HoldsAny(text, {"Disk full", "MAPI_E_NOT_ENOUGH_DISK", "No space left"})) {
         shown.is_disk_full = true;
     }
@@ -225,11 +234,9 @@ int Run(const Options& options, Console& console) {
         plan.folder_use = options.dry_run ? FolderUse::kRead : FolderUse::kWrite;
     }
     Shown shown;
-    plan.show_error = [&](const std::string& procedure, const std::string& text) {
-        // Before and after the run the outcome is told in other words. What a zip attachment looks
-        // like is for programs that show pictures of attachments.
-        if (shown.view == nullptr || procedure == "CManage::GetZipAttachRender") return;
-        Note(shown, text);
+    plan.show_error = [&](int type, const std::string& procedure, const std::string& text) {
+        if (shown.view == nullptr || !ConcernsMail(type, procedure, text)) return;
+        Note(shown, type, text);
         const std::string& folder = shown.view->folder();
         console.Complain({folder.empty() ? *name : folder, PlainText(text), ""});
     };

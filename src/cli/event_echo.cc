@@ -6,16 +6,16 @@ namespace trevix::cli {
 
 Status EventEcho::Report(const StringArray& strings, const std::string& source,
                          const std::string& second_text, int type) {
-    constexpr int kErrorType = 1;
+    constexpr int kWarningType = 2;
     for (const std::string& entry : strings) {
-        if (type != kErrorType || !show_) break;
+        if (type > kWarningType || !show_) break;
         // "Class::Procedure:text".
         const std::size_t names = entry.find("::");
         const std::size_t colon = names == std::string::npos ? names : entry.find(':', names + 2);
         if (colon == std::string::npos) {
-            show_("", TrimBlanks(entry));
+            show_(type, "", TrimBlanks(entry));
         } else {
-            show_(entry.substr(0, colon), TrimBlanks(entry.substr(colon + 1)));
+            show_(type, entry.substr(0, colon), TrimBlanks(entry.substr(colon + 1)));
         }
     }
     if (behind_ == nullptr || !behind_->Available()) return {};

@@ -11,8 +11,10 @@ namespace trevix::cli {
 
 class EventEcho final : public EventLog {
  public:
-    // Called for each error entry; `procedure` is "Class::Procedure", empty when it is not named.
-    using Show = std::function<void(const std::string& procedure, const std::string& text)>;
+    // Called for each error (type 1) and warning (type 2); `procedure` is "Class::Procedure", empty
+    // when it is not named.
+    using Show =
+        std::function<void(int type, const std::string& procedure, const std::string& text)>;
 
     // `behind` may be null: then the entries go nowhere else.
     EventEcho(EventLog* behind, Show show) : behind_(behind), show_(std::move(show)) {}

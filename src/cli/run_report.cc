@@ -43,6 +43,9 @@ std::string SummaryLine(const RunSummary& summary, std::int64_t elapsed_ms, bool
             HumanBytes(summary.compressed_bytes) + " (" +
             std::to_string(SavedPercent(summary.original_bytes, summary.compressed_bytes)) +
             "% saved)";
+    if (summary.messages_left > 0) {
+        line += ", " + FormatThousands(summary.messages_left) + " left as they are";
+    }
     if (summary.messages_failed > 0) {
         line += ", " + Counted(summary.messages_failed, "failure", "failures");
     }
@@ -82,6 +85,7 @@ nlohmann::json SummaryEvent(const RunSummary& summary, const std::vector<FolderO
             {"dry_run", dry_run},
             {"messages_changed", summary.messages_changed},
             {"messages_failed", summary.messages_failed},
+            {"messages_left", summary.messages_left},
             {"attachments_zipped", summary.attachments_zipped},
             {"stationery_removed", summary.stationery_removed},
             {"bytes_before", summary.original_bytes},

@@ -356,7 +356,7 @@ bool CManage::ReplaceByRollup(MessageWork& work, Attachment& first) {
         failed.Step(On(other, [](Attachment& attachment) { return attachment.Delete(); }));
         if (failed.failed()) {
             LogLine(kProcedure,
-                    " err at delete for " + work.rollup_name + " " + failed.description(), 1);
+                    " err at delete for " + work.rollup_name + " " + failed.description(), 2);
             NoteFailure({failed.kind(), failed.number(), failed.description()});
             return false;
         }

@@ -40,12 +40,11 @@ struct Error {
 template <typename T>
 class [[nodiscard]] Result {
  public:
-    Result(T value)
-        : state_(std::in_place_index<0>, std::move(value)) {
-    }  // NOLINT(google-explicit-constructor)
-    Result(Error error)
-        : state_(std::in_place_index<1>, std::move(error)) {
-    }  // NOLINT(google-explicit-constructor)
+    // Both on purpose not explicit: `return value;` and `return error;` are what a Result is for.
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    Result(T value) : state_(std::in_place_index<0>, std::move(value)) {}
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    Result(Error error) : state_(std::in_place_index<1>, std::move(error)) {}
 
     bool ok() const { return state_.index() == 0; }
     T& value() & { return std::get<0>(state_); }
@@ -62,7 +61,8 @@ template <>
 class [[nodiscard]] Result<void> {
  public:
     Result() = default;
-    Result(Error error) : error_(std::move(error)) {}  // NOLINT(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    Result(Error error) : error_(std::move(error)) {}
 
     bool ok() const { return !error_.has_value(); }
     const Error& error() const { return *error_; }

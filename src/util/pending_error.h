@@ -18,7 +18,7 @@ namespace trevix {
 class PendingError {
  public:
     // A step without a value. True when it succeeded.
-    bool Step(Status step) {
+    bool Step(const Status& step) {
         if (!step.ok()) last_ = step.error();
         return step.ok();
     }

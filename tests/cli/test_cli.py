@@ -78,6 +78,21 @@ class Compress(ctl.Case):
                          [1190000000 + number for number in range(4)])
         self.assertTrue(all(file.endswith(":2,S") for file in files))
 
+    def test_a_message_rewritten_in_place_is_left_once_and_treated_by_the_next_run(self):
+        self.compress("--min-size", "999999999")
+        directory = os.path.join(self.mail, "cur")
+        name = os.listdir(directory)[0]
+        with open(os.path.join(directory, name), "ab") as file:
+            file.write(b"\n")
+
+        self.compress(status=3)
+        self.assertIn(name, os.listdir(directory))
+        self.compress()
+
+        self.assertNotIn(name, os.listdir(directory))
+        self.assertEqual(ctl.attachments_of(self.mail), self.before)
+        self.assertEqual(self.names(), ["a0.zip", "a1.zip", "a2.zip", "a3.zip"])
+
     def test_changes_nothing_the_second_time(self):
         self.compress()
         before = ctl.snapshot(*[os.path.join(self.mail, part) for part in ("cur", ".Work/cur")])

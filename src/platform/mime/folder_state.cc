@@ -20,8 +20,9 @@ MailListing FolderState::TakeKnownListing() {
     MailListing known;
     known.stamp = listed_->stamp;
     known.entries.reserve(listed_->messages.size());
-    for (const MessageSummary& message : listed_->messages)
-        known.entries.push_back(message.entry);
+    for (const MessageSummary& message : listed_->messages) {
+        if (!failed_keys_.contains(message.entry.key)) known.entries.push_back(message.entry);
+    }
     return known;
 }
 
@@ -112,6 +113,16 @@ void FolderState::Replaced(const std::string& old_key, const MessageSummary& now
     written_[first_key] = now;
     first_key_of_[now.entry.key] = first_key;
     written_index_[Digest16(now.entry.key)] = first_key;
+}
+
+void FolderState::Distrust(const std::string& key) {
+    Flush();
+    const std::shared_ptr<const FolderSummary> before = listed_;
+    auto now = std::make_shared<FolderSummary>(*before);
+    now->stamp.clear();
+    listed_ = now;
+    failed_keys_.insert(key);
+    SaveToCache(*before);
 }
 
 void FolderState::Flush() {

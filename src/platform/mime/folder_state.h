@@ -42,6 +42,9 @@ class FolderState {
     // Takes note of a message that this session replaced.
     void Replaced(const std::string& old_key, const MessageSummary& now);
 
+    // The message was not found as it was listed: whoever lists next looks at its file anew.
+    void Distrust(const std::string& key);
+
     // Writes what Replaced() noted to the cache. A failing cache costs the next run some reading.
     void Flush();
 

@@ -268,7 +268,13 @@ class MailMessage final : public Message, public AttachmentOwner {
 
 Result<std::unique_ptr<Message>> OpenMailMessage(MailPlace place, const MessageSummary& summary) {
     Result<Blob> bytes = place.store->mail().Read(place.folder, summary.entry);
-    if (!bytes.ok()) return bytes.error();
+    if (!bytes.ok()) {
+        const ErrorKind kind = bytes.error().kind;
+        if (kind == ErrorKind::kChanged || kind == ErrorKind::kGone) {
+            place.store->State(place.folder).Distrust(summary.entry.key);
+        }
+        return bytes.error();
+    }
     Result<PartTree> tree = ReadPartTree(bytes.value());
     if (!tree.ok()) return tree.error();
     ReadMessage content{std::move(bytes).value(), std::move(tree).value(), {}};

@@ -153,6 +153,7 @@ RunSummary SomeSummary() {
     RunSummary summary;
     summary.messages_changed = 1;
     summary.messages_failed = 2;
+    summary.messages_left = 3;
     summary.attachments_zipped = 3;
     summary.original_bytes = 4096;
     summary.compressed_bytes = 1024;
@@ -162,7 +163,7 @@ RunSummary SomeSummary() {
 TEST(SummaryLine, SaysAllOfIt) {
     EXPECT_EQ(SummaryLine(SomeSummary(), 3200, false),
               "1 message changed, 3 attachments zipped, 4.00 KB -> 1.00 KB (75% saved), "
-              "2 failures, 3.2 s");
+              "3 left as they are, 2 failures, 3.2 s");
     EXPECT_THAT(SummaryLine(SomeSummary(), 3200, true),
                 testing::StartsWith("dry run, nothing was written: 1 message would change, "));
 }
