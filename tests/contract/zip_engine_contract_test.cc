@@ -15,7 +15,7 @@ class FakeWorld final : public ZipEngineWorld {
  public:
     FakeWorld() { files_.PutDirectory("/work"); }
     ZipFactory& factory() override { return factory_; }
-    std::string root() override { return "/work/"; }
+    std::string root() override { return "/zips/"; }
     void MakeDirectory(const std::string& path) override { files_.PutDirectory(path); }
     void WriteFile(const std::string& path, const std::string& bytes) override {
         files_.Put(path, bytes);
