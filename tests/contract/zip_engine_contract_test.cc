@@ -13,7 +13,7 @@ namespace {
 
 class FakeWorld final : public ZipEngineWorld {
  public:
-    FakeWorld() { files_.PutDirectory("/work"); }
+    FakeWorld() { files_.PutDirectory("/zips"); }
     ZipFactory& factory() override { return factory_; }
     std::string root() override { return "/zips/"; }
     void MakeDirectory(const std::string& path) override { files_.PutDirectory(path); }
