@@ -96,7 +96,7 @@ class CrashTest(unittest.TestCase):
     def test_a_killed_separate_run_loses_nothing(self):
         self.sweep("separate", ["--separate"], 70)
 
-    def test_a_killed_rollup_run_with_its_index_run_loses_nothing(self):
+    def test_a_killed_rollup_run_loses_nothing(self):
         self.sweep("rollup", ["--rollup"], 90)
 
 
