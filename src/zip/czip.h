@@ -14,11 +14,21 @@
 
 #include "platform/blob.h"
 #include "platform/file_system.h"
+#include "platform/message_loop.h"
+#include "platform/record_set.h"
 #include "platform/variant.h"
 #include "platform/zip_engine.h"
 #include "util/log.h"
+#include "zip/attachment_row.h"
 
 namespace trevix {
+
+// How listing the content of a zip attachment went.
+enum class ZipListing {
+    kComplete,  // every file of the archive has its row, but for rows that no record set would take
+    kDamaged,   // no archive, or one that cannot be read to its end; it will be the same next time
+    kFailed,    // the engine or the record set failed this time
+};
 
 class CZIP {
  public:
@@ -56,6 +66,15 @@ class CZIP {
 
     // The compressed size of the entry with that base name; 0 when there is none.
     std::int32_t GetZIPCompressedBytes(const std::string& archive, const std::string& file_name);
+
+    // Adds one row to the attachment index for every file inside the zip attachment saved at
+    // `file_path`; `zip_file` is the attachment's name, `message` what the rows say of the message
+    // that holds it. Serves the loop between entries. Always False, callers look at the rows.
+    bool GetZIPContent(const std::string& file_path, const std::string& zip_file,
+                       const AttachedTo& message, RecordSet& index, MessageLoop& loop);
+
+    // How the last GetZIPContent went.
+    ZipListing LastListing() const { return last_listing_; }
 
     // Zips bytes (a Blob) into the archive as the entry `file_name`, which gets quoted in place.
     // Returns the engine's error code, 12 when `input` holds no bytes at all.
@@ -97,6 +116,7 @@ class CZIP {
     Log& log_;
     std::unique_ptr<ZipEngine> zip_engine_;
     std::unique_ptr<UnzipEngine> unzip_engine_;
+    ZipListing last_listing_ = ZipListing::kComplete;
 
     // What the callback serves from and collects into during the memory actions; empty between
     // them, so that no archive ever gets bytes of an earlier message.
