@@ -22,6 +22,25 @@ class StagingDirectory {
     virtual const std::string& path() const = 0;  // ends in "/"
 };
 
+// Attributes of a file.
+inline constexpr std::int32_t kAttributeReadOnly = 1;
+inline constexpr std::int32_t kAttributeHidden = 2;
+inline constexpr std::int32_t kAttributeSystem = 4;
+inline constexpr std::int32_t kAttributeDirectory = 16;
+inline constexpr std::int32_t kAttributeArchive = 32;
+
+enum class FileTime { kCreated, kAccessed, kModified };
+
+// What the file system says of one file or directory.
+struct FileDetails {
+    std::string name;             // without its directory, as the file system spells it
+    std::int32_t attributes = 0;  // kAttribute...
+    std::uint64_t size_bytes = 0;
+    std::int64_t created_ns = 0;  // nanoseconds since 1970-01-01 UTC, as are the next two
+    std::int64_t accessed_ns = 0;
+    std::int64_t modified_ns = 0;
+};
+
 class FileSystem {
  public:
     virtual ~FileSystem() = default;
@@ -31,6 +50,19 @@ class FileSystem {
     virtual bool DirectoryExists(const std::string& path) = 0;
 
     virtual Result<std::uint64_t> FileSize(const std::string& path) = 0;
+
+    // A file or directory; a path that ends in "/" names neither: 53.
+    virtual Result<FileDetails> FindFile(const std::string& path) = 0;
+
+    // Read-only is the permission to write. The bits hidden, system and archive are kept beside the
+    // file where its file system can; where it cannot, storing others than it has is kUnsupported
+    // and changes nothing. All other bits are ignored. A name that begins with "." is hidden
+    // always, a file that was never given attributes has the archive bit.
+    virtual Status SetAttributes(const std::string& path, std::int32_t attributes) = 0;
+
+    // Sets one of the three times and leaves the others. kUnsupported for a time that the file
+    // system gives to a file once and for all (often the time of its creation).
+    virtual Status SetTime(const std::string& path, FileTime which, std::int64_t unix_ns) = 0;
 
     // The bytes of a file as they are now, read on demand; the file may be deleted afterwards.
     virtual Result<Blob> OpenBlob(const std::string& path) = 0;

@@ -44,6 +44,37 @@ class FakeFileSystem final : public FileSystem {
         return std::uint64_t{files.at(path).size()};
     }
 
+    Result<FileDetails> FindFile(const std::string& path) override {
+        TREVIX_RETURN_IF_ERROR(plan_.Enter("files.FindFile"));
+        if (path.ends_with('/')) return RuntimeError(kFileNotFound, path);
+        const bool directory = !path.empty() && HasDirectory(path);
+        if (!directory) TREVIX_RETURN_IF_ERROR(CheckReadable(path));
+        FileDetails found = directory ? FileDetails{} : details[path];
+        found.name = path.substr(path.rfind('/') + 1);
+        if (directory) found.attributes |= kAttributeDirectory;
+        if (found.name.starts_with('.')) found.attributes |= kAttributeHidden;
+        if (!directory) found.size_bytes = files.at(path).size();
+        return found;
+    }
+
+    Status SetAttributes(const std::string& path, std::int32_t attributes) override {
+        TREVIX_RETURN_IF_ERROR(plan_.Enter("files.SetAttributes"));
+        TREVIX_RETURN_IF_ERROR(CheckReadable(path));
+        details[path].attributes = attributes & (kAttributeReadOnly | kAttributeHidden |
+                                                 kAttributeSystem | kAttributeArchive);
+        return {};
+    }
+
+    Status SetTime(const std::string& path, FileTime which, std::int64_t unix_ns) override {
+        TREVIX_RETURN_IF_ERROR(plan_.Enter("files.SetTime"));
+        TREVIX_RETURN_IF_ERROR(CheckReadable(path));
+        FileDetails& kept = details[path];
+        (which == FileTime::kCreated    ? kept.created_ns
+         : which == FileTime::kAccessed ? kept.accessed_ns
+                                        : kept.modified_ns) = unix_ns;
+        return {};
+    }
+
     Result<Blob> OpenBlob(const std::string& path) override {
         TREVIX_RETURN_IF_ERROR(plan_.Enter("files.OpenBlob"));
         TREVIX_RETURN_IF_ERROR(CheckReadable(path));
@@ -127,6 +158,13 @@ class FakeFileSystem final : public FileSystem {
 
     std::map<std::string, std::string> files;
     std::set<std::string> directories;
+
+    // Attributes and times of files that are not new; a test may put them there.
+    struct NewFile : FileDetails {
+        NewFile() { attributes = kAttributeArchive; }
+    };
+    std::map<std::string, NewFile> details;
+
     std::string temporary_path = "/tmp/trevix-1000/";
     std::string installation_directory = "/opt/trevix";
 

@@ -12,6 +12,7 @@
 
 #include "platform/errors.h"
 #include "platform/file_blob.h"
+#include "platform/posix/file_details.h"
 #include "platform/unique_descriptor.h"
 
 namespace trevix::posix {
@@ -98,6 +99,18 @@ Result<std::uint64_t> PosixFileSystem::FileSize(const std::string& path) {
     if (::stat(path.c_str(), &about) != 0) return PathError(errno, path);
     if (S_ISDIR(about.st_mode)) return SystemError(EISDIR, path);
     return static_cast<std::uint64_t>(about.st_size);
+}
+
+Result<FileDetails> PosixFileSystem::FindFile(const std::string& path) {
+    return ReadFileDetails(path);
+}
+
+Status PosixFileSystem::SetAttributes(const std::string& path, std::int32_t attributes) {
+    return WriteFileAttributes(path, attributes);
+}
+
+Status PosixFileSystem::SetTime(const std::string& path, FileTime which, std::int64_t unix_ns) {
+    return WriteFileTime(path, which, unix_ns);
 }
 
 Result<Blob> PosixFileSystem::OpenBlob(const std::string& path) {

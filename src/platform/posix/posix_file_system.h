@@ -22,6 +22,9 @@ class PosixFileSystem final : public FileSystem {
     bool FileExists(const std::string& path) override;
     bool DirectoryExists(const std::string& path) override;
     Result<std::uint64_t> FileSize(const std::string& path) override;
+    Result<FileDetails> FindFile(const std::string& path) override;
+    Status SetAttributes(const std::string& path, std::int32_t attributes) override;
+    Status SetTime(const std::string& path, FileTime which, std::int64_t unix_ns) override;
     Result<Blob> OpenBlob(const std::string& path) override;
     Result<std::string> ReadText(const std::string& path) override;
     Status WriteText(const std::string& path, const std::string& text) override;
