@@ -11,7 +11,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/result.h"
 #include "platform/variant.h"
@@ -101,6 +103,13 @@ class RecordSet {
     // Of the current record. Null comes back as Empty.
     virtual Result<Variant> Get(const std::string& field) const = 0;
     virtual Status Set(const std::string& field, const Variant& value) = 0;
+
+    // The same cells by position and without a copy, for who looks at a million records: the text
+    // of a kBstr field, the number of any other (a date's days, a flag as 0 or -1). Empty, or
+    // nothing, for Null, for a field that is not of that kind, and without a current record. A text
+    // stays valid until the set is changed or closed.
+    virtual std::string_view TextAt(int index) const = 0;
+    virtual std::optional<double> NumberAt(int index) const = 0;
 
     // Writes all records that the filter shows; `format` is kPersistAdtg. 58 when the file exists,
     // 3004 and the run-time errors of writing. A failed call leaves no file. Afterwards the first

@@ -347,6 +347,39 @@ TEST_P(RecordSetContract, MovesThroughAllRecordsAndStopsAtTheEnd) {
     EXPECT_FALSE(set->Eof());
 }
 
+TEST_P(RecordSetContract, ShowsCellsByPositionWithoutACopy) {
+    auto set = FoldersOf({{7, "ab"}, {8, "ab"}});
+    EXPECT_TRUE(set->MoveFirst().ok());
+    EXPECT_TRUE(set->Set("LastUpdate", Date{38000.5}).ok());
+    EXPECT_TRUE(set->Update().ok());
+
+    EXPECT_EQ(set->NumberAt(0), 7);
+    EXPECT_EQ(set->TextAt(1), "ab");
+    EXPECT_EQ(set->NumberAt(2), 38000.5);
+    EXPECT_EQ(set->NumberAt(3), std::nullopt) << "Null";
+    const std::string_view first = set->TextAt(1);
+    EXPECT_TRUE(set->MoveNext().ok());
+    EXPECT_EQ(set->NumberAt(0), 8);
+    EXPECT_EQ(set->NumberAt(2), std::nullopt);
+    EXPECT_EQ(first, "ab") << "a text stays while the set is only moved in";
+}
+
+TEST_P(RecordSetContract, HasNoCellOfAnotherKindOrPlaceByPosition) {
+    EXPECT_EQ(set_->TextAt(0), "");
+    EXPECT_EQ(set_->NumberAt(0), std::nullopt);
+    auto set = FoldersOf({{7, "ab"}});
+    EXPECT_EQ(set->TextAt(0), "");
+    EXPECT_EQ(set->NumberAt(1), std::nullopt);
+    for (const int outside : {-1, 4}) {
+        EXPECT_EQ(set->TextAt(outside), "");
+        EXPECT_EQ(set->NumberAt(outside), std::nullopt);
+    }
+    EXPECT_TRUE(set->MoveLast().ok());
+    EXPECT_TRUE(set->MoveNext().ok());
+    EXPECT_EQ(set->TextAt(1), "");
+    EXPECT_EQ(set->NumberAt(0), std::nullopt);
+}
+
 TEST_P(RecordSetContract, DeletesTheCurrentRecord) {
     auto set = FoldersOf({{1, "A"}, {2, "B"}, {3, "C"}});
     ASSERT_TRUE(set->MoveFirst().ok());

@@ -4,7 +4,9 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -118,6 +120,20 @@ class FakeRecordSet final : public RecordSet {
         }
         return {};
     }
+    std::string_view TextAt(int index) const override {
+        const Variant* value = CellAt(index);
+        const auto* text = value == nullptr ? nullptr : std::get_if<std::string>(value);
+        return text == nullptr ? std::string_view() : *text;
+    }
+    std::optional<double> NumberAt(int index) const override {
+        const Variant* value = CellAt(index);
+        if (value == nullptr || IsEmpty(*value) || std::holds_alternative<std::string>(*value)) {
+            return std::nullopt;
+        }
+        if (const auto* date = std::get_if<Date>(value)) return date->days;
+        const auto number = ToDouble(*value);
+        return number.ok() ? std::optional<double>(number.value()) : std::nullopt;
+    }
     Status Save(const std::string& path, int /*format*/) override {
         TREVIX_RETURN_IF_ERROR(plan_.Enter("recordset.Save"));
         if (!open_) return RuntimeError(kObjectClosed);
@@ -148,6 +164,11 @@ class FakeRecordSet final : public RecordSet {
         FieldType type;
     };
 
+    const Variant* CellAt(int index) const {
+        if (!open_ || Eof() || index < 0 || index >= FieldCount()) return nullptr;
+        const auto field = static_cast<std::size_t>(index);
+        return adding_ ? &pending_[field] : &rows[at_][field];
+    }
     static Variant DefaultOf(FieldType type) {
         switch (type) {
             case FieldType::kBstr: return std::string();

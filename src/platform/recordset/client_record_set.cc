@@ -1,6 +1,7 @@
 #include "platform/recordset/client_record_set.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "platform/errors.h"
@@ -342,6 +343,40 @@ Status ClientRecordSet::Set(const std::string& field, const Variant& value) {
     }
     refused_ = true;
     return RuntimeError(kMultipleStep, field);
+}
+
+const std::uint8_t* ClientRecordSet::ImageWithCell(int index) const {
+    if (!records_ || index < 0 || index >= FieldCount()) return nullptr;
+    const std::uint8_t* const image = CurrentImage();
+    const bool has_value =
+        image != nullptr && !Table::IsNull(image, static_cast<std::size_t>(index));
+    return has_value ? image : nullptr;
+}
+
+std::string_view ClientRecordSet::TextAt(int index) const {
+    const std::uint8_t* const image = ImageWithCell(index);
+    if (image == nullptr) return {};
+    const Column& column = fields()[static_cast<std::size_t>(index)];
+    return column.kind == CellKind::kText ? table().Text(image, column) : std::string_view();
+}
+
+std::optional<double> ClientRecordSet::NumberAt(int index) const {
+    const std::uint8_t* const image = ImageWithCell(index);
+    if (image == nullptr) return std::nullopt;
+    const Column& column = fields()[static_cast<std::size_t>(index)];
+    switch (column.kind) {
+        case CellKind::kInt16:
+        case CellKind::kBoolean: return Table::Load<std::int16_t>(image, column);
+        case CellKind::kInt32: return Table::Load<std::int32_t>(image, column);
+        case CellKind::kDouble: return Table::Load<double>(image, column);
+        case CellKind::kDate: {
+            // What is no date reads as in Get().
+            const auto days = Table::Load<double>(image, column);
+            if (std::isfinite(days)) return days;
+            return column.nullable ? std::nullopt : std::optional<double>(0);
+        }
+        default: return std::nullopt;
+    }
 }
 
 }  // namespace trevix::recordset

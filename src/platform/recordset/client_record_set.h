@@ -4,7 +4,9 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -37,6 +39,8 @@ class ClientRecordSet : public RecordSet {
     Status Delete() override;
     Result<Variant> Get(const std::string& field) const override;
     Status Set(const std::string& field, const Variant& value) override;
+    std::string_view TextAt(int index) const override;
+    std::optional<double> NumberAt(int index) const override;
     Status Save(const std::string& path, int format) override;
 
  private:
@@ -73,6 +77,8 @@ class ClientRecordSet : public RecordSet {
     // The column of that name; columns().size() when there is none.
     std::size_t ColumnOf(const std::string& field) const;
     const std::uint8_t* CurrentImage() const;
+    // Null when there is no such column, or no value in it.
+    const std::uint8_t* ImageWithCell(int index) const;
 
     std::vector<Column> appended_;
     bool list_ended_ = false;  // the next Append starts a new list
