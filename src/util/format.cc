@@ -158,6 +158,20 @@ std::string FormatGeneralDate(Date date) {
     return DateText(civil) + " " + TimeText(civil);
 }
 
+std::string FormatLongDate(Date date) {
+    constexpr std::array kDays = {"Sunday",   "Monday", "Tuesday", "Wednesday",
+                                  "Thursday", "Friday", "Saturday"};
+    constexpr std::array kMonths = {"January",   "February", "March",    "April",
+                                    "May",       "June",     "July",     "August",
+                                    "September", "October",  "November", "December"};
+    constexpr std::int64_t kDayZero = 6;  // was a Saturday
+    const std::int64_t day = FloorDivide(SecondsOf(date), kDaySeconds);
+    const CivilTime civil = CivilFromDate(date);
+    return std::string(kDays.at(static_cast<std::size_t>(FloorRemainder(day + kDayZero, 7)))) +
+           ", " + kMonths.at(static_cast<std::size_t>(civil.month - 1)) + " " +
+           std::to_string(civil.day) + ", " + std::to_string(civil.year) + " " + TimeText(civil);
+}
+
 std::string FormatThousands(std::int64_t number) {
     std::string text = std::to_string(number);
     const std::size_t first = number < 0 ? 1 : 0;

@@ -45,6 +45,9 @@ std::int64_t MinutesBetween(Date from, Date to);
 // date reads "12:00:00 AM".
 std::string FormatGeneralDate(Date date);
 
+// "Friday, October 5, 2007 3:04:05 PM"
+std::string FormatLongDate(Date date);
+
 // Groups of three digits: "1,234,567".
 std::string FormatThousands(std::int64_t number);
 
