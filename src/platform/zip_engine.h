@@ -59,7 +59,8 @@ class ZipEngine {
     std::int16_t error_code = 0;
 
     // Adding an entry whose name the archive already holds keeps both: the new one becomes
-    // "name (2).ext", "name (3).ext" and so on. An unknown action is error 16.
+    // "name (2).ext", "name (3).ext" and so on. Only kZipAddText, meant for texts of our own,
+    // replaces the entry of exactly that name. An unknown action is error 16.
     virtual void Action(std::int16_t action) = 0;
 };
 

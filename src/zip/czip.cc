@@ -34,16 +34,6 @@ std::string QuoteItems(const std::string& items) {
     return quoted;
 }
 
-std::string CodeAndText(std::int16_t code) {
-    return std::to_string(code) + " " + CZIP::GetErrorDesc(code);
-}
-
-// The entry name without its folders, if it has any.
-std::string BaseName(const UnzipEngine& engine) {
-    if (!engine.entry_path_flag) return engine.entry_name;
-    return engine.entry_name.substr(engine.entry_name.rfind('/') + 1);
-}
-
 // A sum that overflows is a failed step: the sum keeps its value.
 void AddChecked(std::int32_t& sum, std::int32_t value) {
     const std::int64_t wide = std::int64_t{sum} + value;
@@ -119,6 +109,10 @@ std::string CZIP::GetErrorDesc(std::int16_t code) {
     return kTexts[static_cast<std::size_t>(index)];
 }
 
+std::string CZIP::CodeAndText(std::int16_t code) {
+    return std::to_string(code) + " " + GetErrorDesc(code);
+}
+
 std::int16_t CZIP::AddItems(const std::string& archive, const std::string& items) {
     if (zip_engine_ == nullptr) return 0;
     zip_engine_->zip_file = archive;
@@ -173,12 +167,17 @@ void CZIP::GetZIPBytes(const std::string& archive, std::int32_t& original_bytes,
     }
 }
 
+std::string CZIP::EntryBaseName() const {
+    const std::string& name = unzip_engine_->entry_name;
+    return unzip_engine_->entry_path_flag ? name.substr(name.rfind('/') + 1) : name;
+}
+
 CZIP::Entry CZIP::FindEntry(const std::string& archive, const std::string& file_name) {
     if (!CountEntries(archive)) return {};
     const std::int16_t count = unzip_engine_->entry_count;
     for (std::int32_t i = 0; i < count; ++i) {
         unzip_engine_->Action(kUnzipNext);
-        if (BaseName(*unzip_engine_) == file_name) {
+        if (EntryBaseName() == file_name) {
             return {true, i, unzip_engine_->entry_compressed_size};
         }
     }

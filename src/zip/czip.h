@@ -5,7 +5,8 @@
 // on it do nothing and report the code 0, so the failure shows as missing results.
 //
 // Properties of the zip engine that one call sets stay set for the next; the compression level is
-// the one that matters: it changes with InitZIPCmdStruct, ZIPFiles and ZipMemToFileStream only.
+// the one that matters: it changes with InitZIPCmdStruct, ZIPFiles, ZipMemToFileStream and the two
+// warnings only.
 #pragma once
 
 #include <cstdint>
@@ -76,6 +77,15 @@ class CZIP {
     // How the last GetZIPContent went.
     ZipListing LastListing() const { return last_listing_; }
 
+    // Whether the archive holds files of the kinds in `block` (".exe:.bat", compared as it is
+    // spelled). If so, it gets a readme and a comment that warn of them; the level is 5 then.
+    bool CheckZIPContent(const std::string& file_path, const std::string& block);
+
+    // Warns of the files in `file_list`, each ended by CR LF; an empty list is no reason to. False
+    // when the engine failed.
+    bool ZipAddWarning(const std::string& zip_path, const std::string& file_list,
+                       std::int16_t level);
+
     // Zips bytes (a Blob) into the archive as the entry `file_name`, which gets quoted in place.
     // Returns the engine's error code, 12 when `input` holds no bytes at all.
     // The engine is served all bytes but the last one: whoever must not lose it appends one more.
@@ -110,6 +120,17 @@ class CZIP {
     // Runs the count action; false when there is no engine or it failed.
     bool CountEntries(const std::string& archive);
 
+    // The entry name without its folders, if it has any.
+    std::string EntryBaseName() const;
+
+    // The row of the entry that the unzip engine stands on. False when it may succeed next time.
+    bool AddContentRow(const std::string& zip_file, const AttachedTo& message, RecordSet& index,
+                       const RowLog& log);
+
+    // Puts the warning into the archive, in place of an older one. 0 without an engine.
+    std::int16_t AddWarning(const std::string& archive, const std::string& text);
+
+    static std::string CodeAndText(std::int16_t code);
     void LogError(const char* procedure, const std::string& message);
 
     FileSystem& files_;

@@ -220,6 +220,27 @@ TEST_P(ZipEngineContract, AddsATextAsAnEntry) {
     EXPECT_EQ(Extracted("!_Read me.txt"), "line\r\n");
 }
 
+TEST_P(ZipEngineContract, ATextTakesThePlaceOfTheOneOfItsNameAndOfNothingElse) {
+    Put("read me.txt", "a file");
+    Put("Note.txt", "the user's");
+    ASSERT_EQ(Add("Note.txt"), 0);
+    ASSERT_EQ(Add("read me.txt"), 0);
+    zip_->item_list = "\"note.txt\"";
+    zip_->text_buffer = "old";
+    zip_->Action(kZipAddText);
+    ASSERT_EQ(zip_->error_code, 0);
+    zip_->item_list = "\"read me.txt\"";
+    zip_->text_buffer = "new";
+
+    zip_->Action(kZipAddText);
+
+    ASSERT_EQ(zip_->error_code, 0);
+    EXPECT_EQ(Names(), (std::vector<std::string>{"Note.txt", "note (2).txt", "read me.txt"}));
+    EXPECT_EQ(Extracted("Note.txt"), "the user's");
+    EXPECT_EQ(Extracted("note (2).txt"), "old");
+    EXPECT_EQ(Extracted("read me.txt"), "new");
+}
+
 TEST_P(ZipEngineContract, AMissingInputFails18AndLeavesNoArchive) {
     EXPECT_EQ(Add("missing"), 18);
 

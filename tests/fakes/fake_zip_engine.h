@@ -316,7 +316,9 @@ class FakeZipFactory final : public ZipFactory, public ArchiveProof {
                 Add(engine, archive, item, file->second);
             }
         } else if (action == kZipAddText) {
-            Add(engine, archive, items.front(), engine.text_buffer);
+            const std::string& name = items.front();
+            std::erase_if(archive.entries, [&](const auto& old) { return old.name == name; });
+            Add(engine, archive, name, engine.text_buffer);
         } else {
             std::optional<std::string> input = MemoryInput(engine);
             if (!input.has_value()) return 11;

@@ -74,6 +74,23 @@ std::unordered_set<std::string> TakenNames(zip_t* archive) {
     return taken;
 }
 
+// Deletes the entries that members are to replace, and counts them.
+Code DeleteReplaced(zip_t* archive, const std::vector<std::unique_ptr<Member>>& members,
+                    zip_uint64_t* deleted) {
+    for (const auto& member : members) {
+        if (!member->replaces_namesakes()) continue;
+        const zip_int64_t count = zip_get_num_entries(archive, 0);
+        for (zip_int64_t i = 0; i < count; ++i) {
+            const auto index = static_cast<zip_uint64_t>(i);
+            const char* name = zip_get_name(archive, index, 0);
+            if (name == nullptr || member->name() != name) continue;
+            if (zip_delete(archive, index) != 0) return CodeOf(zip_get_error(archive));
+            ++*deleted;
+        }
+    }
+    return kOk;
+}
+
 // Adds one member; its place in the archive goes to `index`.
 Code AddMember(zip_t* archive, const std::string& name, std::int16_t level, Member& member,
                zip_uint64_t* index) {
@@ -124,6 +141,9 @@ Code WriteOnce(ArchiveOutput& output, std::int16_t level, const ArchiveComment& 
                std::vector<zip_uint64_t>* places) {
     Archive archive;
     if (const Code code = OpenArchive(output, &archive); code != kOk) return code;
+    zip_uint64_t deleted = 0;
+    const Code cleared = DeleteReplaced(archive.get(), members, &deleted);
+    if (cleared != kOk) return cleared;
     std::unordered_set<std::string> taken = TakenNames(archive.get());
     places->clear();
     for (const auto& member : members) {
@@ -133,7 +153,7 @@ Code WriteOnce(ArchiveOutput& output, std::int16_t level, const ArchiveComment& 
         zip_uint64_t index = 0;
         const Code code = AddMember(archive.get(), name, level, *member, &index);
         if (code != kOk) return code;
-        places->push_back(index);
+        places->push_back(index - deleted);
     }
     if (const Code code = SetComment(archive.get(), comment); code != kOk) return code;
     if (zip_close(archive.get()) != 0) return CloseCode(archive.get(), output, members);

@@ -73,6 +73,7 @@ Code Engine::AddText() {
     HeapBytes bytes = MakeHeapBytes(text_buffer.size());
     std::copy(text_buffer.begin(), text_buffer.end(), bytes.get());
     member->TakeBytes(std::move(bytes), text_buffer.size(), compression_level, deflater_);
+    member->ReplaceNamesakes();
     return WriteToFile(JustOne(std::move(member)));
 }
 

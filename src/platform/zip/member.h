@@ -47,6 +47,10 @@ class Member {
     // outlive the archive that it is added to. Null when there is no memory.
     zip_source_t* MakeSource(zip_t* archive);
 
+    // The archive's entries of exactly this name go when this one is added.
+    void ReplaceNamesakes() { replaces_namesakes_ = true; }
+    bool replaces_namesakes() const { return replaces_namesakes_; }
+
     const std::string& name() const { return name_; }
     bool is_streamed() const { return data_ == nullptr; }
     std::uint64_t size_bytes() const { return size_bytes_; }
@@ -72,6 +76,7 @@ class Member {
     static bool SamplesShrink(int descriptor, std::uint64_t size_bytes, Deflater& deflater);
 
     std::string name_;
+    bool replaces_namesakes_ = false;
     std::time_t date_ = 0;
     std::uint64_t size_bytes_ = 0;
 
