@@ -317,7 +317,7 @@ class FakeZipFactory final : public ZipFactory, public ArchiveProof {
             }
         } else if (action == kZipAddText) {
             const std::string& name = items.front();
-            std::erase_if(archive.entries, [&](const auto& old) { return old.name == name; });
+            std::erase_if(archive.entries, [&](const auto& entry) { return entry.name == name; });
             Add(engine, archive, name, engine.text_buffer);
         } else {
             std::optional<std::string> input = MemoryInput(engine);
