@@ -162,4 +162,79 @@ TEST_P(FileSystemContract, ASweepLeavesTheLivingAlone) {
     EXPECT_EQ(files().ReadText(In("stage-mine")).value(), "x");
 }
 
+TEST_P(FileSystemContract, FindsAFileWithItsNameSizeAndTimes) {
+    ASSERT_TRUE(files().WriteText(In("Name.txt"), "12345").ok());
+
+    const FileDetails found = files().FindFile(In("Name.txt")).value();
+
+    EXPECT_EQ(found.name, "Name.txt");
+    EXPECT_EQ(found.size_bytes, 5U);
+    EXPECT_EQ(found.attributes, kAttributeArchive);
+}
+
+TEST_P(FileSystemContract, FindsADirectoryButNotWithAFinalSlash) {
+    ASSERT_TRUE(files().MakeDirectory(In("d")).ok());
+
+    const FileDetails found = files().FindFile(In("d")).value();
+
+    EXPECT_EQ(found.name, "d");
+    EXPECT_EQ(found.attributes, kAttributeDirectory);
+    EXPECT_EQ(found.size_bytes, 0U);
+    EXPECT_EQ(files().FindFile(In("d/")).error().number, kFileNotFound);
+    EXPECT_EQ(files().FindFile(In("none")).error().number, kFileNotFound);
+    EXPECT_FALSE(files().FindFile("").ok());
+}
+
+TEST_P(FileSystemContract, SetsOneTimeAndLeavesTheOther) {
+    constexpr std::int64_t kOld = -86399'500'000'000;
+    constexpr std::int64_t kNew = 1191585600'000'000'000;
+    ASSERT_TRUE(files().WriteText(In("f"), "x").ok());
+    ASSERT_TRUE(files().SetTime(In("f"), FileTime::kAccessed, kOld).ok());
+    ASSERT_TRUE(files().SetTime(In("f"), FileTime::kModified, kNew).ok());
+
+    EXPECT_EQ(files().FindFile(In("f")).value().accessed_ns, kOld);
+    EXPECT_EQ(files().FindFile(In("f")).value().modified_ns, kNew);
+    EXPECT_FALSE(files().SetTime(In("none"), FileTime::kModified, kNew).ok());
+}
+
+TEST_P(FileSystemContract, SetsTheTimeOfCreationOrSaysThatItIsFixed) {
+    constexpr std::int64_t kNew = 1191585600'000'000'000;
+    ASSERT_TRUE(files().WriteText(In("f"), "x").ok());
+    const std::int64_t before = files().FindFile(In("f")).value().created_ns;
+
+    const Status set = files().SetTime(In("f"), FileTime::kCreated, kNew);
+
+    EXPECT_TRUE(set.ok() || set.error().kind == ErrorKind::kUnsupported);
+    EXPECT_EQ(files().FindFile(In("f")).value().created_ns, set.ok() ? kNew : before);
+}
+
+TEST_P(FileSystemContract, TakesAndGivesThePermissionToWrite) {
+    ASSERT_TRUE(files().WriteText(In("f"), "x").ok());
+
+    ASSERT_TRUE(files().SetAttributes(In("f"), kAttributeReadOnly | kAttributeArchive).ok());
+    EXPECT_EQ(files().FindFile(In("f")).value().attributes, kAttributeReadOnly | kAttributeArchive);
+
+    ASSERT_TRUE(files().SetAttributes(In("f"), kAttributeArchive).ok());
+    EXPECT_EQ(files().FindFile(In("f")).value().attributes, kAttributeArchive);
+}
+
+TEST_P(FileSystemContract, KeepsTheOtherAttributesOrSaysThatItCannot) {
+    constexpr std::int32_t kOthers = kAttributeHidden | kAttributeSystem;
+    ASSERT_TRUE(files().WriteText(In("f"), "x").ok());
+
+    const Status set = files().SetAttributes(In("f"), kOthers | kAttributeDirectory | 256 | 2048);
+
+    EXPECT_TRUE(set.ok() || set.error().kind == ErrorKind::kUnsupported);
+    EXPECT_EQ(files().FindFile(In("f")).value().attributes, set.ok() ? kOthers : kAttributeArchive);
+    EXPECT_FALSE(files().SetAttributes(In("none"), kOthers).ok());
+}
+
+TEST_P(FileSystemContract, ANameWithALeadingPointIsHidden) {
+    ASSERT_TRUE(files().WriteText(In(".f"), "x").ok());
+
+    EXPECT_EQ(files().FindFile(In(".f")).value().attributes, kAttributeHidden | kAttributeArchive);
+    ASSERT_TRUE(files().SetAttributes(In(".f"), kAttributeArchive).ok());
+    EXPECT_EQ(files().FindFile(In(".f")).value().attributes, kAttributeHidden | kAttributeArchive);
+}
+
 }  // namespace trevix::contract

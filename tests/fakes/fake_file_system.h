@@ -53,7 +53,7 @@ class FakeFileSystem final : public FileSystem {
         found.name = path.substr(path.rfind('/') + 1);
         if (directory) found.attributes |= kAttributeDirectory;
         if (found.name.starts_with('.')) found.attributes |= kAttributeHidden;
-        if (!directory) found.size_bytes = files.at(path).size();
+        if (!directory && found.size_bytes == 0) found.size_bytes = files.at(path).size();
         return found;
     }
 
@@ -159,7 +159,8 @@ class FakeFileSystem final : public FileSystem {
     std::map<std::string, std::string> files;
     std::set<std::string> directories;
 
-    // Attributes and times of files that are not new; a test may put them there.
+    // Attributes and times of files that are not new; a test may put them there, and a size that
+    // FindFile is to tell.
     struct NewFile : FileDetails {
         NewFile() { attributes = kAttributeArchive; }
     };
