@@ -134,6 +134,9 @@ class FakeZipFactory final : public ZipFactory, public ArchiveProof {
     // The error code of the next action, once; the action does nothing else.
     std::optional<std::int16_t> next_code;
 
+    // The date of every entry.
+    std::string entry_date = "01/02/2003 04:05:06";
+
     // The bytes of input that a memory action asks for at once, and hands over at once.
     std::int32_t piece_bytes = 64;
 
@@ -198,7 +201,7 @@ class FakeZipFactory final : public ZipFactory, public ArchiveProof {
             entry_size = static_cast<std::int32_t>(entry.content.size());
             entry_compressed_size = entry.level == 0 ? entry_size : (entry_size + 1) / 2;
             entry_number = static_cast<std::int32_t>(next_++);
-            entry_date = "01/02/2003 04:05:06";
+            entry_date = owner_.entry_date;
             return 0;
         }
 
