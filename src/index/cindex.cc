@@ -1,29 +1,17 @@
 #include "index/cindex.h"
 
+#include "store/folder_record_set.h"
+#include "store/results_message.h"
 #include "store/run_lock.h"
 #include "util/file_name.h"
 #include "util/pending_error.h"
+#include "util/text.h"
 
 namespace trevix {
-
-void CIndex::Index(bool /*recreate*/) {
-    constexpr const char* kText = "Attachment index is not available in this version";
-    state_.log.Write("CIndex", "Index", std::string(" ") + kText, 1);
-    if (on_abort_) on_abort_(kText);
-}
-
-void CIndex::StartIndex() {}
-
-bool CIndex::CheckInProcess() {
-    const bool refused =
-        trevix::CheckInProcess(state_, kIndexLockTexts, [this](const std::string& message) {
-            if (on_abort_) on_abort_(message);
-        });
-    if (refused) in_process_ = false;
-    return refused;
-}
-
 namespace {
+
+constexpr const char* kStartIndex = "StartIndex";
+constexpr int kTimerIntervalMs = 50;
 
 // The directory that a log-on name has for itself. Long names are cut, and told apart by a hash.
 std::string StoreFolderName(const std::string& logon_name) {
@@ -39,6 +27,83 @@ std::string StoreFolderName(const std::string& logon_name) {
 
 }  // namespace
 
+CIndex::CIndex(BasCI& state)
+    : state_(state), zip_(state.ports.zip, state.ports.files, state.log, state.Level) {}
+
+CIndex::~CIndex() = default;
+
+void CIndex::LogLine(const char* procedure, const std::string& message, std::int16_t level) {
+    state_.log.Write("CIndex", procedure, message, level);
+}
+
+void CIndex::RaiseFolderChange(const std::string& folder_name, std::int32_t count) {
+    if (events_ != nullptr) events_->FolderChange(folder_name, count);
+}
+
+void CIndex::RaiseProgress(const std::string& text, std::int32_t count) {
+    if (events_ != nullptr) events_->Progress(text, count);
+}
+
+void CIndex::RaiseAbort(const std::string& message) {
+    if (events_ != nullptr) events_->Abort(message);
+}
+
+void CIndex::Index(bool recreate) {
+    in_process_ = true;
+    regenerate_ = recreate;
+    form_ = std::make_unique<FrmIcon>(state_);
+    form_->EnableIndexTimer(kTimerIntervalMs);
+}
+
+bool CIndex::CheckInProcess() {
+    const bool refused = trevix::CheckInProcess(
+        state_, kIndexLockTexts, [this](const std::string& message) { RaiseAbort(message); });
+    if (refused) in_process_ = false;
+    return refused;
+}
+
+void CIndex::StartIndex() {
+    form_.reset();
+    // The lock lets go of a run after some minutes, and this one may be what is being pumped by it.
+    if (running_) {
+        LogLine(kStartIndex, " a run of this object is under way", 2);
+        return;
+    }
+    if (CheckInProcess()) return;
+    running_ = true;
+    run_ = {};
+    summary_ = {};
+
+    stores_ = StoresToIndex();
+    if (!GetFolderRST(state_)) {
+        LogLine(kStartIndex, " FolderRST not found; creating new one", 2);
+        ResetFolderRST(state_);
+    }
+    if (state_.gUtils == nullptr) {
+        PendingError pending;
+        pending.Assign(state_.gUtils, state_.ports.messaging.CreateUtilities());
+    }
+
+    if (regenerate_) {
+        LogLine(kStartIndex, " creating new index", 4);
+        CreateNewIndex();
+    } else {
+        refresh_ = true;
+        LogLine(kStartIndex, " updating existing index", 4);
+        UpdateIndex();
+    }
+    running_ = false;
+}
+
+StringArray CIndex::StoresToIndex() {
+    if (target_store_ids_.empty()) {
+        // The list is the results message's; without it the default store is what there is.
+        GetResultsMsg(state_);
+        target_store_ids_ = state_.gStoreIDs.empty() ? state_.gStoreID : state_.gStoreIDs;
+    }
+    return Split(target_store_ids_, ";");
+}
+
 std::string CIndex::GetZipIndexDir() {
     if (!index_dir_.empty()) return index_dir_;
     FileSystem& files = state_.ports.files;
@@ -46,10 +111,10 @@ std::string CIndex::GetZipIndexDir() {
     const auto make = [&](const std::string& path, const std::string& what) {
         if (!files.DirectoryExists(path)) pending.Step(files.MakeDirectory(path));
         if (files.DirectoryExists(path)) return true;
-        state_.log.Write("CIndex", "ZipIndex",
-                         " error creating " + what + " directory " +
-                             std::to_string(pending.number()) + " " + pending.description(),
-                         1);
+        LogLine("ZipIndex",
+                " error creating " + what + " directory " + std::to_string(pending.number()) + " " +
+                    pending.description(),
+                1);
         return false;
     };
 

@@ -53,6 +53,7 @@ class BasCI {
     std::int32_t gOriginalBytes = 0;
     std::string gLastIndex;
     std::string gStoreIDs;
+    std::string gIndexCreated;  // when the index was made, for people
 
     // Settings.
     std::string ExcludeCompress;

@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "platform/errors.h"
+
 namespace trevix {
 namespace {
 
@@ -30,6 +32,11 @@ std::vector<Cell> CellsOf(const AttachedFile& file, const AttachedTo& message) {
             {"Received", message.received}};
 }
 
+// Whether it is the value that the record set does not take, now or ever.
+bool IsRefused(const Error& error) {
+    return error.number == kMultipleStep || error.number == kWrongType;
+}
+
 // Sets one column. A refused value would make the record set drop the whole row, so the row is
 // begun anew without it: everything up to the cell at `at` was accepted once already.
 Status SetWithout(RecordSet& index, std::vector<Cell>& cells, std::size_t& at, const RowLog& log,
@@ -39,12 +46,13 @@ Status SetWithout(RecordSet& index, std::vector<Cell>& cells, std::size_t& at, c
         ++at;
         return {};
     }
+    const bool dropped = cells[at].needed || !IsRefused(set.error());
     log.log.Write(log.class_name, log.procedure,
                   " " + what + ": " + cells[at].column +
-                      (cells[at].needed ? " refused, no row: " : " left out: ") +
+                      (dropped ? " not written, no row: " : " left out: ") +
                       set.error().description,
                   8);
-    if (cells[at].needed) return set;
+    if (dropped) return set;
     cells.erase(cells.begin() + static_cast<std::ptrdiff_t>(at));
     at = 0;
     // What was set so far is set again.

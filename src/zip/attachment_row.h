@@ -45,9 +45,9 @@ struct RowLog {
 // Adds a row to an open index. A description that does not fit its column (a long list of
 // recipients) is left out, never cut: what is written is always true, and the attachment is still
 // found by the rest. Where the row would be of no use without the column - the name, what
-// identifies message and folder - there is no row: kMultipleStep when it will never fit, another
-// error when the record set failed this time. A column or a row that was left out is told to the
-// log at the detail level. No half row stays behind in any case.
+// identifies message and folder - there is no row: kMultipleStep when it will never fit. Another
+// error means that the record set failed this time, and there is no row either. A column or a row
+// that was left out is told to the log at the detail level. No half row stays behind in any case.
 Status AddAttachmentRow(RecordSet& index, const AttachedFile& file, const AttachedTo& message,
                         const RowLog& log);
 

@@ -4,6 +4,7 @@
 // Inbox, a user, add-in mode and an empty results message list.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "fakes/fake_record_set.h"
 #include "fakes/fake_registry.h"
 #include "fakes/fault_plan.h"
+#include "index/cindex.h"
 #include "manage/cmanage.h"
 #include "shell/bas_ci.h"
 #include "shell/session.h"
@@ -42,6 +44,30 @@ class EventRecorder final : public CManageEvents {
 
     std::vector<std::string> events;
     std::function<void(const std::string&)> on_event;
+};
+
+// The same for an index run.
+class IndexRecorder final : public CIndexEvents {
+ public:
+    void FolderChange(const std::string& folder_name, std::int32_t count) override {
+        Keep("FolderChange " + folder_name + " " + std::to_string(count));
+    }
+    void Progress(const std::string& text, std::int32_t count) override {
+        Keep("Progress " + text + " " + std::to_string(count));
+    }
+    void Complete(std::int32_t elapsed_ms) override {
+        Keep("Complete " + std::to_string(elapsed_ms));
+    }
+    void Abort(const std::string& message) override { Keep("Abort " + message); }
+
+    std::vector<std::string> events;
+    std::function<void(const std::string&)> on_event;
+
+ private:
+    void Keep(std::string event) {
+        events.push_back(std::move(event));
+        if (on_event) on_event(events.back());
+    }
 };
 
 class World {
@@ -87,6 +113,16 @@ class World {
         manage->FolderIDs(folder_ids);
         manage->Events(&recorder);
         manage->Manage(false);
+        loop.FireTimers();
+    }
+
+    // Logs on and runs Index(recreate) to its end.
+    void RunIndex(bool recreate) {
+        if (session == nullptr) Logon();
+        CIndex* index = session->Index();
+        if (index == nullptr) return;
+        index->Events(&index_recorder);
+        index->Index(recreate);
         loop.FireTimers();
     }
 
@@ -148,6 +184,7 @@ class World {
     MemoryZip zip;
     BasCI ci;
     EventRecorder recorder;
+    IndexRecorder index_recorder;
     std::unique_ptr<Session> session;
     fakes::FolderData* inbox = nullptr;
     bool started = false;

@@ -104,16 +104,16 @@ TEST_F(RunLockTest, TheIndexSaysItInItsOwnWordsAndOrder) {
     StartedMinutesAgo(2);
     CIndex* index = world.session->Index();
     std::size_t lines_at_abort = 0;
-    index->OnAbort([&](const std::string& text) {
-        aborts.push_back(text);
+    world.index_recorder.on_event = [&](const std::string& event) {
+        aborts.push_back(event);
         lines_at_abort = world.Log().size();
-    });
+    };
+    index->Events(&world.index_recorder);
 
     EXPECT_TRUE(index->CheckInProcess());
 
-    EXPECT_EQ(
-        aborts,
-        (std::vector<std::string>{"Aborting procedure to avoid conflict with another process"}));
+    EXPECT_EQ(aborts, (std::vector<std::string>{
+                          "Abort Aborting procedure to avoid conflict with another process"}));
     EXPECT_TRUE(world.Log()[lines_at_abort - 1].starts_with(
         "CIndex::CheckInProcess: aborting index run to avoid conflict. StartCI = "));
     EXPECT_FALSE(world.Logged("CIndex::CheckInProcess: start"));
