@@ -79,6 +79,16 @@ std::vector<Command> CommandTable() {
          "trevixctl compress --maildir ~/Maildir --dry-run\n"
          "trevixctl compress --maildir ~/Maildir --folder Inbox --folder Archive/2019 --level ex",
          AttachCompress},
+        {"find", "Find attachments, and files inside zip attachments, in the index",
+         "find [STORE] [WORDS] [OPTIONS]",
+         "trevixctl find --maildir ~/Maildir offer --from ann --larger 100k --since 2007-10\n"
+         "trevixctl find --maildir ~/Maildir --name '*.pdf' --in-zip --csv",
+         AttachFind},
+        {"extract", "Save attachments, and files inside zip attachments, as files",
+         "extract [STORE] [WORDS] [OPTIONS] [--into DIR]",
+         "trevixctl extract --maildir ~/Maildir --row 12\n"
+         "trevixctl extract --maildir ~/Maildir --name '*.pdf' --from ann --into ~/offers",
+         AttachExtract},
         {"report", "Show what the last compression run did",
          "report [STORE] [--html FILE] [--open]",
          "trevixctl report --maildir ~/Maildir\n"

@@ -26,6 +26,8 @@ struct Command {
 std::vector<Command> CommandTable();
 
 Runner AttachCompress(CLI::App& app);
+Runner AttachFind(CLI::App& app);
+Runner AttachExtract(CLI::App& app);
 Runner AttachReport(CLI::App& app);
 Runner AttachStatus(CLI::App& app);
 Runner AttachFolders(CLI::App& app);

@@ -2,6 +2,7 @@
 // error; with --json the standard output carries one JSON object a line instead.
 #pragma once
 
+#include <cstddef>
 #include <nlohmann/json_fwd.hpp>
 #include <ostream>
 #include <string>
@@ -23,7 +24,8 @@ class Console {
     Console& operator=(const Console&) = delete;
 
     bool json = false;
-    bool quiet = false;  // no progress and no closing line; complaints are still shown
+    bool quiet = false;           // no progress and no closing line; complaints are still shown
+    std::size_t out_columns = 0;  // of the terminal that the standard output is; 0: it is none
 
     std::ostream& out() { return out_; }
     bool err_is_terminal() const { return err_is_terminal_; }

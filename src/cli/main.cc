@@ -1,4 +1,5 @@
-// trevixctl: the compression of stored mail from the command line.
+// trevixctl: stored mail compressed, indexed and searched from the command line.
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <exception>
@@ -7,8 +8,20 @@
 #include "cli/command_table.h"
 #include "cli/exit_codes.h"
 
+namespace {
+
+std::size_t OutputColumns() {
+    struct winsize size {};
+    if (::isatty(STDOUT_FILENO) != 1) return 0;
+    constexpr std::size_t kUsual = 80;
+    return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
     trevix::cli::Console console(std::cout, std::cerr, ::isatty(STDERR_FILENO) == 1);
+    console.out_columns = OutputColumns();
     try {
         const int exit_code = trevix::cli::RunProgram(argc, argv, console);
         std::cout.flush();

@@ -1,9 +1,11 @@
 #include "cli/text_format.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <iterator>
 
-#include "util/format.h"
+#include "cli/display_width.h"
 #include "util/text.h"
 
 namespace trevix::cli {
@@ -15,23 +17,25 @@ std::string Number(const char* format, double number) {
     return text.data();
 }
 
+// Marks that turn the direction of what follows, so that "gpj.exe" reads "exe.jpg", and those that
+// break the line.
+constexpr std::string_view kLayoutMarks[] = {
+    "\xD8\x9C",     "\xE2\x80\x8E", "\xE2\x80\x8F", "\xE2\x80\xA8", "\xE2\x80\xA9",
+    "\xE2\x80\xAA", "\xE2\x80\xAB", "\xE2\x80\xAC", "\xE2\x80\xAD", "\xE2\x80\xAE",
+    "\xE2\x81\xA6", "\xE2\x81\xA7", "\xE2\x81\xA8", "\xE2\x81\xA9", "\xEF\xBB\xBF"};
+
 bool IsControl(std::string_view character) {
     const auto first = static_cast<unsigned char>(character[0]);
     if (first < 0x20 || first == 0x7F) return true;
+    if (first < 0x80) return false;
     // U+0080 to U+009F steer terminals as well.
-    return first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0;
+    if (first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0) return true;
+    return std::find(std::begin(kLayoutMarks), std::end(kLayoutMarks), character) !=
+           std::end(kLayoutMarks);
 }
 
-std::size_t Columns(const std::string& text) {
-    std::size_t columns = 0;
-    for (const char c : text) {
-        if ((static_cast<unsigned char>(c) & 0xC0) != 0x80) ++columns;
-    }
-    return columns;
-}
-
-std::string Blanks(const std::string& text, std::size_t columns) {
-    const std::size_t used = Columns(text);
+std::string Blanks(std::string_view text, std::size_t columns) {
+    const std::size_t used = DisplayColumns(text);
     return used < columns ? std::string(columns - used, ' ') : std::string();
 }
 
@@ -71,33 +75,41 @@ std::int64_t SavedPercent(std::int64_t before, std::int64_t after) {
                                      static_cast<double>(before));
 }
 
-std::string Printable(const std::string& text) {
+std::string Printable(std::string_view text) {
     std::string safe;
+    safe.reserve(text.size());
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t length = Utf8CharacterBytes(text, at);
-        const bool keep = length > 0 && !IsControl(std::string_view(text).substr(at, length));
-        safe += keep ? text.substr(at, length) : "?";
+        const std::string_view character = text.substr(at, length);
+        if (length > 0 && !IsControl(character)) {
+            safe += character;
+        } else {
+            safe += '?';
+        }
         at += length > 0 ? length : 1;
     }
     return safe;
 }
 
-std::string Shortened(const std::string& text, std::size_t columns) {
-    if (Columns(text) <= columns || columns == 0) return text;
-    std::size_t end = 0;
-    for (std::size_t used = 0; end < text.size(); ++end) {
-        if ((static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) continue;
-        if (++used == columns) break;
+std::string Shortened(std::string_view text, std::size_t columns) {
+    if (columns == 0) return std::string(text);
+    std::size_t used = 0;
+    std::size_t end = 0;  // of what fits beside the ellipsis
+    std::size_t bytes = 0;
+    for (std::size_t at = 0; at < text.size(); at += bytes) {
+        used += CharacterColumns(text, at, bytes);
+        if (used > columns) return std::string(text.substr(0, end)) + "…";
+        if (used < columns) end = at + bytes;
     }
-    return text.substr(0, end) + "…";
+    return std::string(text);
 }
 
-std::string PadRight(const std::string& text, std::size_t columns) {
-    return text + Blanks(text, columns);
+std::string PadRight(std::string_view text, std::size_t columns) {
+    return std::string(text) + Blanks(text, columns);
 }
 
-std::string PadLeft(const std::string& text, std::size_t columns) {
-    return Blanks(text, columns) + text;
+std::string PadLeft(std::string_view text, std::size_t columns) {
+    return Blanks(text, columns) + std::string(text);
 }
 
 std::string PlainText(const std::string& description) {

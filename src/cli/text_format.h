@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace trevix::cli {
 
@@ -15,16 +16,16 @@ std::string HumanDuration(std::int64_t milliseconds);
 // How much smaller `after` is than `before`, in whole percent towards zero; 0 when nothing was.
 std::int64_t SavedPercent(std::int64_t before, std::int64_t after);
 
-// Names come from mail, so they may hold anything: control characters, which a terminal would obey,
-// and broken UTF-8 become "?".
-std::string Printable(const std::string& text);
+// Names come from mail, so they may hold anything: control characters and marks of direction, which
+// a terminal would obey, and broken UTF-8 become "?".
+std::string Printable(std::string_view text);
 
-// The first `columns` characters, the last of them "…" when the text was longer.
-std::string Shortened(const std::string& text, std::size_t columns);
+// What fits into `columns` columns of a terminal, with "…" at the end when that is not all.
+std::string Shortened(std::string_view text, std::size_t columns);
 
-// `text` with blanks behind it, or in front of it, up to `columns` characters.
-std::string PadRight(const std::string& text, std::size_t columns);
-std::string PadLeft(const std::string& text, std::size_t columns);
+// `text` with blanks behind it, or in front of it, up to `columns` columns.
+std::string PadRight(std::string_view text, std::size_t columns);
+std::string PadLeft(std::string_view text, std::size_t columns);
 
 // An error's text for people: without the code in brackets that ends those of message stores.
 std::string PlainText(const std::string& description);

@@ -9,7 +9,8 @@ import time
 
 import ctl
 
-COMMANDS = ("compress", "report", "status", "folders", "config", "profile", "log")
+COMMANDS = ("compress", "find", "extract", "report", "status", "folders", "config", "profile",
+            "log")
 
 
 class Help(ctl.Case):
