@@ -50,7 +50,8 @@ bool CZIP::GetZIPContent(const std::string& file_path, const std::string& zip_fi
                    std::int16_t{kTraceLevel});
     };
     if (!CountEntries(file_path)) {
-        const std::int16_t code = unzip_engine_ == nullptr ? 0 : unzip_engine_->error_code;
+        const std::int16_t code =
+            unzip_engine_ == nullptr ? std::int16_t{0} : unzip_engine_->error_code;
         const bool vanished = !files_.FileExists(file_path);
         last_listing_ = vanished ? ZipListing::kFailed : OutcomeOf(code);
         trace("not listed: " + CodeAndText(code));
