@@ -6,9 +6,9 @@
 
 #include "index/attach_index.h"
 #include "index/cindex.h"
-#include "index/failure.h"
 #include "store/folder_record_set.h"
 #include "util/convert.h"
+#include "util/failure.h"
 #include "util/format.h"
 #include "util/pending_error.h"
 #include "util/text.h"

@@ -2,10 +2,10 @@
 // times are read; an attached zip archive is saved for a moment, to list what is in it.
 #include "index/attach_index.h"
 #include "index/cindex.h"
-#include "index/failure.h"
 #include "store/folder_record_set.h"
 #include "store/store_helpers.h"
 #include "util/convert.h"
+#include "util/failure.h"
 #include "util/file_name.h"
 #include "util/pending_error.h"
 #include "util/text.h"
@@ -91,10 +91,10 @@ AttachedTo CIndex::DescribeMessage(Message& message, const std::string& entry_id
     about.folder_key = scan.key;
     const Variant received = FieldOrEmpty(message, kTagDeliveryTime, failed);
     if (std::holds_alternative<Date>(received)) about.received = received;
-    about.from = SenderAddress(message);
-    about.sender = SenderDisplayAddress(message);
+    about.from = SenderAddress(message, &failed);
+    about.sender = SenderDisplayAddress(message, &failed);
     if (ContainsNoCase(TextOrEmpty(message, kTagMessageClass, failed), "IPM.Note")) {
-        about.to = RecipientAddressList(message);
+        about.to = RecipientAddressList(message, &failed);
         about.display_to = TextOrEmpty(message, kTagDisplayTo, failed);
         const std::string copies = TextOrEmpty(message, kTagDisplayCc, failed);
         if (!copies.empty()) about.display_to += "; " + copies;

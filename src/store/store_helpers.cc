@@ -1,6 +1,7 @@
 #include "store/store_helpers.h"
 
 #include "util/convert.h"
+#include "util/failure.h"
 #include "util/pending_error.h"
 #include "util/text.h"
 
@@ -10,20 +11,42 @@ namespace {
 constexpr int kRecipientTo = 1;
 constexpr int kRecipientCc = 2;
 
-std::string FieldText(Message& message, PropertyTag tag) {
-    PendingError pending;
-    return pending.ValueOr(ToText(pending.ValueOr(message.Field(tag), Variant())), std::string());
+// Notes a failure that may be over next time.
+void Note(const PendingError& pending, bool* failed) {
+    if (failed == nullptr || !pending.failed()) return;
+    if (!IsLasting({pending.kind(), pending.number(), pending.description()})) *failed = true;
 }
 
-std::string SmtpProperty(Recipient& recipient) {
+std::string SmtpProperty(Recipient& recipient, bool* failed) {
     PendingError pending;
     const Variant value = pending.ValueOr(recipient.Field(kTagSmtpAddress), Variant());
+    Note(pending, failed);
     return pending.ValueOr(ToText(value), std::string());
 }
 
-std::unique_ptr<Recipient> SenderOf(Message& message) {
+// The sender, null when there is none, with the kind of address that it has.
+std::unique_ptr<Recipient> SenderOf(Message& message, std::string& type, bool* failed) {
     PendingError pending;
-    return pending.ValueOr(message.Sender(), std::unique_ptr<Recipient>());
+    const Variant value = pending.ValueOr(message.Field(kTagSenderAddressType), Variant());
+    Note(pending, failed);
+    pending.Clear();
+    pending.Assign(type, ToText(value));
+    auto sender = pending.ValueOr(message.Sender(), std::unique_ptr<Recipient>());
+    Note(pending, failed);
+    return sender;
+}
+
+// The address of a sender whose type says how to have it; false for any other type.
+bool AddressOfSender(Recipient& sender, const std::string& type, std::string& address,
+                     bool* failed) {
+    PendingError pending;
+    if (type == "SMTP") {
+        address = pending.ValueOr(sender.Address(), std::string());
+        Note(pending, failed);
+        return true;
+    }
+    if (type == "EX") address = SmtpProperty(sender, failed);
+    return type == "EX";
 }
 
 }  // namespace
@@ -53,27 +76,26 @@ std::string GetStationeryID(BasCI& state, Message& message) {
     return id;
 }
 
-std::string SenderAddress(Message& message) {
-    const std::string type = FieldText(message, kTagSenderAddressType);
-    const std::unique_ptr<Recipient> sender = SenderOf(message);
-    if (sender == nullptr) return {};
-    PendingError pending;
-    if (type == "SMTP") return pending.ValueOr(sender->Address(), std::string());
-    if (type == "EX") return SmtpProperty(*sender);
-    return {};
+std::string SenderAddress(Message& message, bool* failed) {
+    std::string type;
+    const std::unique_ptr<Recipient> sender = SenderOf(message, type, failed);
+    std::string address;
+    if (sender != nullptr) AddressOfSender(*sender, type, address, failed);
+    return address;
 }
 
-std::string SenderDisplayAddress(Message& message) {
-    const std::string type = FieldText(message, kTagSenderAddressType);
-    const std::unique_ptr<Recipient> sender = SenderOf(message);
+std::string SenderDisplayAddress(Message& message, bool* failed) {
+    std::string type;
+    const std::unique_ptr<Recipient> sender = SenderOf(message, type, failed);
+    std::string address;
+    if (sender != nullptr && AddressOfSender(*sender, type, address, failed)) return address;
     PendingError pending;
-    if (sender != nullptr && type == "SMTP")
-        return pending.ValueOr(sender->Address(), std::string());
-    if (sender != nullptr && type == "EX") return SmtpProperty(*sender);
-    return pending.ValueOr(message.SenderName(), std::string());
+    address = pending.ValueOr(message.SenderName(), std::string());
+    Note(pending, failed);
+    return address;
 }
 
-std::string RecipientAddressList(Message& message) {
+std::string RecipientAddressList(Message& message, bool* failed) {
     PendingError pending;
     std::vector<std::unique_ptr<Recipient>> recipients;
     pending.Assign(recipients, message.Recipients());
@@ -82,9 +104,10 @@ std::string RecipientAddressList(Message& message) {
         if (recipient->Type() != kRecipientTo && recipient->Type() != kRecipientCc) continue;
         std::string address = pending.ValueOr(recipient->Address(), std::string());
         // A directory name instead of an address: the entry knows its SMTP address.
-        if (address.find("CN=") != std::string::npos) address = SmtpProperty(*recipient);
+        if (address.find("CN=") != std::string::npos) address = SmtpProperty(*recipient, failed);
         list += address + "; ";
     }
+    Note(pending, failed);
     if (!list.empty()) list.resize(list.size() - 2);
     return list;
 }

@@ -1,6 +1,7 @@
 // FakeClock: time stands still until a test moves it.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 
 #include "platform/clock.h"
@@ -12,7 +13,7 @@ class FakeClock final : public Clock {
     Date NowLocal() override { return local; }
     Date NowUtc() override { return utc; }
     std::int64_t UnixNanoseconds() override {
-        return static_cast<std::int64_t>((utc.days - 25569.0) * 86400.0) * 1'000'000'000;
+        return std::llround((utc.days - 25569.0) * 86400.0 * 1'000'000) * 1000;
     }
     std::int32_t TickCount() override {
         const std::int32_t now = tick;

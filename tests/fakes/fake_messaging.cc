@@ -43,6 +43,12 @@ class FakeAttachment final : public Attachment {
         switch (tag) {
             case kTagAttachmentContentId: return Text(data().content_id);
             case kTagAttachmentSize: return Variant(data().Size());
+            case kTagAttachmentMethod: return Variant(data().Method());
+            case kTagAttachmentShortName: return Text(data().short_name);
+            case kTagDisplayName: return Text(data().display_name);
+            case kTagLastModification:
+                if (data().modified == Date{}) return MessagingError(kNotFound);
+                return Variant(data().modified);
             case kTagAttachmentRendering: return Variant(Blob::FromString(data().rendering));
             case kTagAttachmentData:
                 if (data().refuses_reading) return MessagingError(kCorruptData);
@@ -158,6 +164,9 @@ class FakeMessage final : public Message {
         TREVIX_RETURN_IF_ERROR(state_.plan.Enter("message.Field"));
         if (tag == kTagMessageClass) return Text(data_.message_class);
         if (tag == kTagSenderAddressType) return Text(data_.sender_type);
+        if (tag == kTagDisplayTo) return Text(data_.display_to);
+        if (tag == kTagDisplayCc) return Text(data_.display_cc);
+        if (tag == kTagDeliveryTime && data_.received != Date{}) return Variant(data_.received);
         if ((tag >> 16) >= 0x8000) {
             const Variant* value = data_.Find(names_.at((tag >> 16) - 0x8000));
             if (value != nullptr) return *value;
@@ -354,6 +363,7 @@ class FakeTable final : public MessageTable {
             case kTagLastModification: return message.modified;
             case kTagSubject: return Text(message.subject);
             case kTagMessageClass: return Text(message.message_class);
+            case kTagArticleNumber: return message.number;
             default: return ErrorValue{kNotFound};
         }
     }

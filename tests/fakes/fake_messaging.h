@@ -28,12 +28,24 @@ struct AttachmentData {
     std::string long_name;
     std::string short_name;
     std::string rendering;
+    std::string display_name;
+    std::int32_t method = 0;  // 0: what follows from the type
+    Date modified;            // the zero date: none
     bool refuses_reading = false;
     bool refuses_writing = false;
     bool refuses_deleting = false;
 
     std::int32_t Size() const {
         return size_bytes >= 0 ? size_bytes : static_cast<std::int32_t>(data.size());
+    }
+    std::int32_t Method() const {
+        if (method != 0) return method;
+        switch (type) {
+            case kAttachmentFileLink: return 4;
+            case kAttachmentOle: return 6;
+            case kAttachmentEmbeddedMessage: return 5;
+            default: return 1;
+        }
     }
 };
 
@@ -42,6 +54,10 @@ struct MessageData {
     std::string message_class = "IPM.Note";
     std::string subject;
     Date modified;
+    Date received;  // the zero date: unknown
+    std::int32_t number = 0;
+    std::string display_to;
+    std::string display_cc;
     std::vector<AttachmentData> attachments;
     struct Named {
         std::string name;

@@ -60,6 +60,16 @@ class MemoryZip final : public ZipFactory, public ArchiveProof {
         return entries;
     }
 
+    // The bytes of an archive, for a test to attach.
+    static std::string Archive(const ZipEntries& entries) {
+        std::string bytes = kMark;
+        for (const auto& [name, content] : entries) {
+            PutText(bytes, name);
+            PutText(bytes, content);
+        }
+        return bytes;
+    }
+
     std::function<void()> on_action;   // before each action of a zip engine
     std::string last_item;             // the item list of the last action
     std::set<std::string> fail_items;  // base names that cannot be added
@@ -86,23 +96,44 @@ class MemoryZip final : public ZipFactory, public ArchiveProof {
             error_code = 0;
             if (!owner_.plan_.Enter("zip.Unzip").ok()) {
                 error_code = 11;
-                return;
-            }
-            const auto file = owner_.files_.files.find(zip_file);
-            const ZipEntries entries =
-                file == owner_.files_.files.end() ? ZipEntries() : owner_.EntriesOf(file->second);
-            if (entries.empty()) {
-                error_code = 13;
-                return;
-            }
-            if (action != kUnzipExtract) return;
-            for (const auto& [name, content] : entries) {
-                owner_.files_.Put(destination + name, content);
+            } else if (action == kUnzipNext) {
+                Next();
+            } else {
+                Read(action);
             }
         }
 
      private:
+        void Read(std::int16_t action) {
+            const auto file = owner_.files_.files.find(zip_file);
+            entries_ =
+                file == owner_.files_.files.end() ? ZipEntries() : owner_.EntriesOf(file->second);
+            next_ = 0;
+            entry_count = static_cast<std::int16_t>(entries_.size());
+            if (entries_.empty()) error_code = 13;
+            if (action != kUnzipExtract) return;
+            for (const auto& [name, content] : entries_) {
+                owner_.files_.Put(destination + name, content);
+            }
+        }
+        // An entry has half its size in the archive.
+        void Next() {
+            if (next_ == entries_.size()) {
+                error_code = 12;
+                return;
+            }
+            const auto& [name, content] = entries_[next_];
+            entry_name = name;
+            entry_path_flag = name.find('/') != std::string::npos;
+            entry_size = static_cast<std::int32_t>(content.size());
+            entry_compressed_size = entry_size / 2;
+            entry_number = static_cast<std::int32_t>(next_++);
+            entry_date = "10/05/2007 12:30:00";
+        }
+
         MemoryZip& owner_;
+        ZipEntries entries_;
+        std::size_t next_ = 0;
     };
 
     // Texts stand as "(LENGTH)TEXT".
