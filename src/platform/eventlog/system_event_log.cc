@@ -9,23 +9,10 @@
 
 #include "platform/errors.h"
 #include "platform/eventlog/event_entry.h"
+#include "platform/unique_descriptor.h"
 
 namespace trevix::eventlog {
 namespace {
-
-class Descriptor {
- public:
-    explicit Descriptor(int number) : number_(number) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (number_ >= 0) ::close(number_);
-    }
-    int get() const { return number_; }
-
- private:
-    int number_;
-};
 
 // Whatever goes wrong with a log is kIo: nobody can do anything about the difference.
 Error SendError(int system_error, const std::string& path) {
@@ -39,8 +26,8 @@ Status Send(const std::string& path, const std::string& datagram) {
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path) return SendError(ENAMETOOLONG, path);
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (socket.get() < 0) return SendError(errno, path);
+    const UniqueDescriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!socket.valid()) return SendError(errno, path);
     ssize_t sent = -1;
     do {
         sent = ::sendto(socket.get(), datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
@@ -55,7 +42,7 @@ Status Send(const std::string& path, const std::string& datagram) {
 Status SystemEventLog::Report(const StringArray& strings, const std::string& source,
                               const std::string& second_text, int type) {
     const EventEntry entry = MakeEntry(strings, source, second_text, type);
-    const Status journal = Send(sockets_.journal, JournalDatagram(entry));
+    Status journal = Send(sockets_.journal, JournalDatagram(entry));
     if (journal.ok()) return journal;
     return Send(sockets_.syslog, SyslogDatagram(entry, ::getpid()));
 }

@@ -1,7 +1,6 @@
 // Opening and saving files.
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <new>
@@ -13,23 +12,10 @@
 #include "platform/recordset/client_record_set.h"
 #include "platform/recordset/new_file.h"
 #include "platform/recordset/text.h"
+#include "platform/unique_descriptor.h"
 
 namespace trevix::recordset {
 namespace {
-
-class Descriptor {
- public:
-    explicit Descriptor(int number) : number_(number) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (number_ >= 0) ::close(number_);
-    }
-    int number() const { return number_; }
-
- private:
-    int number_;
-};
 
 Error OpenError(int system_error, const std::string& path) {
     Error error = RuntimeError(kFileCouldNotBeOpened, path);
@@ -49,11 +35,11 @@ Error ReadError(const std::string& path) {
 
 Result<std::unique_ptr<Records>> ClientRecordSet::Load(const std::string& path) const {
     // Without O_NONBLOCK the opening of a pipe would wait for its other end.
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (file.number() < 0) return OpenError(errno, path);
+    const UniqueDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.valid()) return OpenError(errno, path);
     struct stat status {};
-    if (::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) return ReadError(path);
-    ByteReader reader(file.number(), static_cast<std::uint64_t>(status.st_size));
+    if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return ReadError(path);
+    ByteReader reader(file.get(), static_cast<std::uint64_t>(status.st_size));
     auto records = ReadAdtg(reader);
     if (records.ok()) return records;
     Error error = records.error();

@@ -12,6 +12,7 @@
 #include <ctime>
 
 #include "platform/errors.h"
+#include "platform/unique_descriptor.h"
 
 namespace trevix::registry {
 namespace {
@@ -23,22 +24,6 @@ constexpr long kLockPauseNanoseconds = 10'000'000;
 // File stamps have a coarse clock: two changes within one tick look like one, so a file that was
 // changed so shortly before it was read is read again.
 constexpr std::int64_t kTickNanoseconds = 50'000'000;
-
-class Descriptor {
- public:
-    explicit Descriptor(int number) : number_(number) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (number_ >= 0) ::close(number_);
-    }
-
-    bool ok() const { return number_ >= 0; }
-    int get() const { return number_; }
-
- private:
-    int number_;
-};
 
 // A failed write says kDenied also where the directory cannot be made at all.
 Error WriteError(int system_error, const std::string& path) {
@@ -132,13 +117,13 @@ Result<const RegDocument*> FileStore::Read() {
     struct stat now = {};
     if (is_current_ && ::stat(path_.c_str(), &now) == 0 && IsSame(now, seen_)) return &document_;
     is_current_ = false;
-    const Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!file.ok() && (errno == ENOENT || errno == ENOTDIR)) {
+    const UniqueDescriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.valid() && (errno == ENOENT || errno == ENOTDIR)) {
         document_ = RegDocument();
         seen_ = {};
         return &document_;
     }
-    if (!file.ok()) return SystemError(errno, path_);
+    if (!file.valid()) return SystemError(errno, path_);
     if (::fstat(file.get(), &now) != 0) return SystemError(errno, path_);
     if (!S_ISREG(now.st_mode)) return RuntimeError(kPathFileAccess, path_);
     std::string bytes;
@@ -154,8 +139,8 @@ Result<const RegDocument*> FileStore::Read() {
 Status FileStore::Change(const Edit& edit) {
     TREVIX_RETURN_IF_ERROR(MakeDirectories(DirectoryOf(path_)));
     const std::string lock_path = path_ + ".lock";
-    const Descriptor lock(::open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    if (!lock.ok()) return WriteError(errno, lock_path);
+    const UniqueDescriptor lock(::open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (!lock.valid()) return WriteError(errno, lock_path);
     TREVIX_RETURN_IF_ERROR(Lock(lock.get(), lock_path));
 
     Result<const RegDocument*> current = Read();
@@ -178,9 +163,9 @@ Status FileStore::Replace(const std::string& bytes) {
     if (had_file && ::access(target.c_str(), W_OK) != 0) return WriteError(errno, target);
     if (::unlink(fresh.c_str()) != 0 && errno != ENOENT) return WriteError(errno, fresh);
     {
-        const Descriptor file(
+        const UniqueDescriptor file(
             ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
-        if (!file.ok()) return WriteError(errno, fresh);
+        if (!file.valid()) return WriteError(errno, fresh);
         Status written;
         if (had_file) {
             // Only an administrator can keep a foreign owner; anybody else owns the file already.
@@ -198,8 +183,8 @@ Status FileStore::Replace(const std::string& bytes) {
         }
     }
     const std::string directory = DirectoryOf(target);
-    const Descriptor parent(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!parent.ok() || ::fsync(parent.get()) != 0) return WriteError(errno, directory);
+    const UniqueDescriptor parent(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!parent.valid() || ::fsync(parent.get()) != 0) return WriteError(errno, directory);
     return {};
 }
 
