@@ -41,7 +41,7 @@ bool IsRefused(const Error& error) {
 // begun anew without it: everything up to the cell at `at` was accepted once already.
 Status SetWithout(RecordSet& index, std::vector<Cell>& cells, std::size_t& at, const RowLog& log,
                   const std::string& what) {
-    const Status set = index.Set(cells[at].column, cells[at].value);
+    Status set = index.Set(cells[at].column, cells[at].value);
     if (set.ok()) {
         ++at;
         return {};
@@ -79,7 +79,7 @@ Status AddAttachmentRow(RecordSet& index, const AttachedFile& file, const Attach
                         const RowLog& log) {
     std::vector<Cell> cells = CellsOf(file, message);
     const std::string what = "'" + file.file_name + "' on '" + message.subject + "'";
-    const Status added = Fill(index, cells, log, what);
+    Status added = Fill(index, cells, log, what);
     // A row that did not come to be must not be what the next move of the cursor completes.
     if (!added.ok()) Drop(index.CancelUpdate());
     return added;

@@ -8,40 +8,18 @@
 #include <utility>
 #include <vector>
 
+#include "index/attach_index.h"
 #include "platform/recordset/factory.h"
 #include "util/convert.h"
 
 namespace trevix::test {
 
 inline std::unique_ptr<RecordSet> OpenIndex() {
-    struct Column {
-        const char* name;
-        FieldType type;
-        int size;
-        int attributes;
-    };
-    const Column columns[] = {
-        {"FileName", FieldType::kBstr, 255, kFieldUnspecified},
-        {"FileIndex", FieldType::kInteger, 0, kFieldUnspecified},
-        {"FileDate", FieldType::kDate, 0, kFieldMayBeNull},
-        {"FileSize", FieldType::kInteger, 0, kFieldUnspecified},
-        {"ZipIndex", FieldType::kSmallInt, 0, kFieldMayBeNull},
-        {"ZipFile", FieldType::kBstr, 255, kFieldUnspecified},
-        {"Folder", FieldType::kBstr, 140, kFieldUnspecified},
-        {"EntryID", FieldType::kBstr, 255, kFieldUnspecified},
-        {"StoreID", FieldType::kBstr, 255, kFieldUnspecified},
-        {"Subject", FieldType::kBstr, 255, kFieldUnspecified},
-        {"From", FieldType::kBstr, 140, kFieldUnspecified},
-        {"Sender", FieldType::kBstr, 140, kFieldUnspecified},
-        {"To", FieldType::kBstr, 255, kFieldUnspecified},
-        {"DisplayTo", FieldType::kBstr, 255, kFieldUnspecified},
-        {"Received", FieldType::kDate, 0, kFieldMayBeNull},
-        {"FolderKey", FieldType::kSmallInt, 0, kFieldUnspecified},
-    };
     recordset::Factory factory;
     std::unique_ptr<RecordSet> index = factory.CreateRecordSet().value();
-    for (const Column& column : columns) {
-        EXPECT_TRUE(index->Append(column.name, column.type, column.size, column.attributes).ok());
+    for (const AttachColumn& column : kAttachColumns) {
+        EXPECT_TRUE(
+            index->Append(column.name, column.type, column.defined_size, column.attributes).ok());
     }
     EXPECT_TRUE(index->Open().ok());
     return index;
