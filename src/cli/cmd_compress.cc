@@ -1,7 +1,6 @@
-// trevixctl compress: one compression run, for real or dry.
+// trevixctl compress: one compression run, for real or dry, and the index run behind it.
 #include <CLI/App.hpp>
 #include <cstdint>
-#include <initializer_list>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -11,7 +10,9 @@
 #include "cli/command_table.h"
 #include "cli/exit_codes.h"
 #include "cli/folder_list.h"
+#include "cli/index_phase.h"
 #include "cli/interrupt.h"
+#include "cli/run_errors.h"
 #include "cli/run_report.h"
 #include "cli/run_view.h"
 #include "cli/setting_table.h"
@@ -36,42 +37,10 @@ struct Options {
     std::optional<std::string> exclude;
     bool custom_items = false;
     bool dry_run = false;
+    bool no_index = false;
     bool json = false;
     bool quiet = false;
 };
-
-// What the errors of a run are shown beside, and how many there were.
-struct Shown {
-    const RunView* view = nullptr;  // only while the run goes on
-    int errors = 0;
-    bool is_disk_full = false;
-    bool is_temporary_full = false;
-};
-
-bool HoldsAny(const std::string& text, std::initializer_list<const char*> wanted) {
-    for (const char* words : wanted) {
-        if (text.find(words) != std::string::npos) return true;
-    }
-    return false;
-}
-
-// Whether an entry tells a person something about a message. Before and after the run the outcome
-// is told in other words; what a zip attachment looks like is for programs that show pictures.
-bool ConcernsMail(int type, const std::string& procedure, const std::string& text) {
-    if (type == 1) return procedure != "CManage::GetZipAttachRender";
-    return HoldsAny(procedure,
-                    {"::TrevixItemRDM", "::CompressAttachments", "::DeleteStationery"}) &&
-           !text.starts_with("user");
-}
-
-void Note(Shown& shown, int type, const std::string& text) {
-    if (type == 1) ++shown.errors;
-    if (HoldsAny(text, {"Disk full", "MAPI_E_NOT_ENOUGH_DISK", "No space left"})) {
-        shown.is_disk_full = true;
-    }
-    // The zip engine does not say why; it writes nowhere else.
-    if (HoldsAny(text, {"Error writing to a file"})) shown.is_temporary_full = true;
-}
 
 // Each run ends in a summary, also one that never began.
 int NotRun(const Options& options, int exit_code, Console& console) {
@@ -141,23 +110,23 @@ std::optional<std::string> FolderIds(World& world, const std::vector<std::string
     return ids;
 }
 
-int ExitCode(const RunView& view, const RunSummary& summary, const Shown& shown,
+int ExitCode(const RunView& view, const RunSummary& summary, const RunErrors& errors,
              const std::string& name, Console& console) {
     switch (view.end()) {
         case RunView::End::kComplete:
-            if (shown.is_disk_full) {
+            if (errors.is_disk_full()) {
                 console.Complain({name, "the disk is full",
                                   "make room and start again; what was not treated is as it was"});
                 return kExitFailed;
             }
-            if (shown.is_temporary_full) {
+            if (errors.is_temporary_full()) {
                 console.Complain({"temporary files", "archives could not be written",
                                   "make room in TMPDIR (default /tmp) and start again"});
                 return kExitFailed;
             }
             if (summary.messages_failed > 0) return kExitSomeFailed;
             // An error that concerned no message concerned the run's own results.
-            return shown.errors > 0 ? kExitFailed : kExitDone;
+            return errors.count() > 0 ? kExitFailed : kExitDone;
         case RunView::End::kCancelled:
             console.Complain({name, "cancelled", "the next run goes on where this one ended"});
             return kExitCancelled;
@@ -174,7 +143,23 @@ int ExitCode(const RunView& view, const RunSummary& summary, const Shown& shown,
     return kExitFailed;
 }
 
-int RunOn(World& world, const Options& options, const std::string& name, Shown& shown,
+// Serves the loop until the compression run has ended.
+void Follow(CManage& run, RunView& view, RunErrors& errors, posix::PollLoop& loop) {
+    run.Events(&view);
+    errors.In(&view.folder());
+    // A run whose end was not announced (its time did not fit the event) still ends the loop.
+    constexpr int kLookMs = 250;
+    const auto look = loop.ArmTimer(kLookMs, [&] {
+        if (!run.InProcess()) loop.Quit();
+    });
+    loop.Run();
+    loop.DisarmTimer(look);
+    view.Finish();
+    run.Events(nullptr);
+    errors.In(nullptr);
+}
+
+int RunOn(World& world, const Options& options, const std::string& name, RunErrors& errors,
           Console& console) {
     BasCI& state = world.state();
     const auto folder_ids = FolderIds(world, options.folders, console);
@@ -185,32 +170,33 @@ int RunOn(World& world, const Options& options, const std::string& name, Shown& 
     run.HTML(options.html || options.html_only);
     run.FolderIDs(*folder_ids);
     RunView view(run, state.ports.clock, world.loop(), console);
-    run.Events(&view);
-    shown.view = &view;
-    const Interrupt interrupt(world.loop(), [&run] { run.Cancel(true); });
-    const auto start = state.ports.clock.UnixNanoseconds();
-    run.Manage(false);
-    // A run whose end was not announced (its time did not fit the event) still ends the loop.
-    constexpr int kLookMs = 250;
-    const auto look = world.loop().ArmTimer(kLookMs, [&] {
-        if (!run.InProcess()) world.loop().Quit();
+    IndexPhase index(world, errors, name, console);
+    const Interrupt interrupt(world.loop(), [&] {
+        run.Cancel(true);
+        index.Cancel();
     });
-    world.loop().Run();
-    world.loop().DisarmTimer(look);
-    view.Finish();
-    run.Events(nullptr);
-    shown.view = nullptr;
+    const auto start = state.ports.clock.UnixNanoseconds();
+    run.Manage(!options.no_index && !options.dry_run);
+    Follow(run, view, errors, world.loop());
 
     const std::int64_t elapsed_ms = (state.ports.clock.UnixNanoseconds() - start) / 1000000;
     const RunSummary& summary = run.Summary();
-    const int exit_code = ExitCode(view, summary, shown, name, console);
+    int exit_code = ExitCode(view, summary, errors, name, console);
     const bool ran =
         view.end() == RunView::End::kComplete || view.end() == RunView::End::kCancelled;
     if (ran && !console.json && !console.quiet) {
         if (options.dry_run) console.out() << FolderTable(view.folders());
         console.out() << SummaryLine(summary, elapsed_ms, options.dry_run) << '\n';
     }
-    console.Event(SummaryEvent(summary, view.folders(), elapsed_ms, options.dry_run, exit_code));
+    const bool indexes = index.IsStarted();
+    if (indexes) {
+        const int index_code = index.Follow();
+        if (exit_code == kExitDone) exit_code = index_code;
+    }
+    nlohmann::json event =
+        SummaryEvent(summary, view.folders(), elapsed_ms, options.dry_run, exit_code);
+    if (indexes) event["index"] = index.SummaryFields();
+    console.Event(event);
     return exit_code;
 }
 
@@ -233,16 +219,11 @@ int Run(const Options& options, Console& console) {
     if (options.folders.empty()) {
         plan.folder_use = options.dry_run ? FolderUse::kRead : FolderUse::kWrite;
     }
-    Shown shown;
-    plan.show_error = [&](int type, const std::string& procedure, const std::string& text) {
-        if (shown.view == nullptr || !ConcernsMail(type, procedure, text)) return;
-        Note(shown, type, text);
-        const std::string& folder = shown.view->folder();
-        console.Complain({folder.empty() ? *name : folder, PlainText(text), ""});
-    };
+    RunErrors errors(*name, console);
+    plan.show_error = errors.Shower();
     const auto world = World::Open(plan, *name, console);
     if (world == nullptr) return NotRun(options, kExitFailed, console);
-    return RunOn(*world, options, *name, shown, console);
+    return RunOn(*world, options, *name, errors, console);
 }
 
 }  // namespace
@@ -269,6 +250,7 @@ Runner AttachCompress(CLI::App& app) {
     app.add_flag("--custom-items", options->custom_items, "Messages of custom classes as well");
     app.add_flag("-n,--dry-run", options->dry_run,
                  "Do all the work, write nothing, show what would change");
+    app.add_flag("--no-index", options->no_index, "Leave the attachment index as it is");
     app.add_flag("--json", options->json, "One JSON object a line on the standard output");
     app.add_flag("-q,--quiet", options->quiet, "Errors only");
     return [options](Console& console) { return Run(*options, console); };

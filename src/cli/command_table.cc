@@ -79,6 +79,11 @@ std::vector<Command> CommandTable() {
          "trevixctl compress --maildir ~/Maildir --dry-run\n"
          "trevixctl compress --maildir ~/Maildir --folder Inbox --folder Archive/2019 --level ex",
          AttachCompress},
+        {"index", "Bring the attachment index of a mail store up to date",
+         "index [STORE] [--rebuild]",
+         "trevixctl index --maildir ~/Maildir\n"
+         "trevixctl index --maildir ~/Maildir --rebuild",
+         AttachIndex},
         {"find", "Find attachments, and files inside zip attachments, in the index",
          "find [STORE] [WORDS] [OPTIONS]",
          "trevixctl find --maildir ~/Maildir offer --from ann --larger 100k --since 2007-10\n"
@@ -113,7 +118,9 @@ std::vector<Command> CommandTable() {
 
 int RunProgram(int argc, const char* const* argv, Console& console) {
     console.json = AsksForJson(argc, argv);
-    CLI::App app("Zips the attachments of stored mail, in place and without loss.", "trevixctl");
+    CLI::App app(
+        "Zips the attachments of stored mail, in place and without loss, and finds them again.",
+        "trevixctl");
     app.formatter(std::make_shared<UsageFormatter>("COMMAND [OPTIONS]"));
     app.footer(std::string(kProgramExample) + kExitStatus);
     app.set_version_flag("--version", std::string("trevixctl ") + kVersionText);

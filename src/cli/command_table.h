@@ -26,6 +26,7 @@ struct Command {
 std::vector<Command> CommandTable();
 
 Runner AttachCompress(CLI::App& app);
+Runner AttachIndex(CLI::App& app);
 Runner AttachFind(CLI::App& app);
 Runner AttachExtract(CLI::App& app);
 Runner AttachReport(CLI::App& app);

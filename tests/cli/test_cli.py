@@ -9,8 +9,8 @@ import time
 
 import ctl
 
-COMMANDS = ("compress", "find", "extract", "report", "status", "folders", "config", "profile",
-            "log")
+COMMANDS = ("compress", "index", "find", "extract", "report", "status", "folders", "config",
+            "profile", "log")
 
 
 class Help(ctl.Case):
@@ -62,7 +62,7 @@ class Compress(ctl.Case):
         return sorted(names)
 
     def test_zips_all_attachments_and_keeps_every_byte(self):
-        done = self.compress()
+        done = self.compress("--no-index")
 
         self.assertEqual(ctl.attachments_of(self.mail), self.before)
         self.assertEqual(self.names(), ["a0.zip", "a1.zip", "a2.zip", "a3.zip"])
@@ -339,7 +339,7 @@ class Looking(ctl.Case):
     def setUp(self):
         super().setUp()
         self.make_store()
-        self.compress()
+        self.compress("--no-index")
 
     def test_report_shows_the_last_run(self):
         done = self.ctl("report", "--maildir", self.mail)

@@ -19,7 +19,7 @@ import mail_reader
 import other_program
 
 MIN_SIZE = "500"
-RUN = ("--separate", "--min-size", MIN_SIZE)
+RUN = ("--no-index", "--separate", "--min-size", MIN_SIZE)
 OTHER_PROGRAM = os.path.abspath(other_program.__file__)
 ALLOWED = (drive.EXIT_DONE, drive.EXIT_SOME_FAILED)
 

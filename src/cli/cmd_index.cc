@@ -1,0 +1,91 @@
+// trevixctl index: one index run.
+#include <CLI/App.hpp>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "cli/command_table.h"
+#include "cli/exit_codes.h"
+#include "cli/index_phase.h"
+#include "cli/index_report.h"
+#include "cli/interrupt.h"
+#include "cli/store_choice.h"
+#include "cli/text_format.h"
+#include "cli/world.h"
+
+namespace trevix::cli {
+namespace {
+
+struct Options {
+    StoreChoice store;
+    bool rebuild = false;
+    bool json = false;
+    bool quiet = false;
+};
+
+int EndWith(nlohmann::json fields, int exit_code, Console& console) {
+    fields["event"] = "summary";
+    fields["exit"] = exit_code;
+    console.Event(fields);
+    return exit_code;
+}
+
+int NotRun(int exit_code, Console& console) {
+    return EndWith(IndexSummaryFields({}, 0), exit_code, console);
+}
+
+// All stores of the profile, as a compression run treats them. Nothing after a complaint.
+std::optional<std::string> StoreIds(MessagingSession& session, Console& console) {
+    const auto stores = session.InfoStores();
+    Status failure;
+    if (!stores.ok()) failure = stores.error();
+    std::string ids;
+    for (std::size_t i = 0; failure.ok() && i < stores.value().size(); ++i) {
+        const auto id = stores.value()[i]->Id();
+        if (!id.ok()) failure = id.error();
+        if (id.ok()) ids += (ids.empty() ? "" : ";") + id.value();
+    }
+    if (failure.ok()) return ids;
+    console.Complain({"stores", PlainText(failure.error().description), ""});
+    return std::nullopt;
+}
+
+int Run(const Options& options, Console& console) {
+    console.json = options.json;
+    console.quiet = options.quiet;
+    int exit_code = kExitDone;
+    const auto name = LogonName(options.store, console, exit_code);
+    if (!name) return NotRun(exit_code, console);
+
+    RunErrors errors(*name, console);
+    WorldPlan plan;
+    plan.server_mode = options.store.server_mode;
+    plan.folder_use = FolderUse::kRead;
+    plan.show_error = errors.Shower();
+    const auto world = World::Open(plan, *name, console);
+    if (world == nullptr) return NotRun(kExitFailed, console);
+    const auto store_ids = StoreIds(*world->state().gMAPISession, console);
+    if (!store_ids) return NotRun(kExitFailed, console);
+
+    CIndex& run = *world->session().Index();
+    run.TargetStoreIDs(*store_ids);
+    IndexPhase phase(*world, errors, *name, console);
+    const Interrupt interrupt(world->loop(), [&phase] { phase.Cancel(); });
+    run.Index(options.rebuild);
+    exit_code = phase.Follow();
+    return EndWith(phase.SummaryFields(), exit_code, console);
+}
+
+}  // namespace
+
+Runner AttachIndex(CLI::App& app) {
+    auto options = std::make_shared<Options>();
+    AddStoreOptions(app, options->store);
+    app.add_flag("--rebuild", options->rebuild, "From nothing, instead of what is new");
+    app.add_flag("--json", options->json, "One JSON object a line on the standard output");
+    app.add_flag("-q,--quiet", options->quiet, "Errors only");
+    return [options](Console& console) { return Run(*options, console); };
+}
+
+}  // namespace trevix::cli
