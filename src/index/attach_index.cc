@@ -76,6 +76,7 @@ bool CIndex::GetAttachIndex() {
     const std::string local_zip = state_.gZipTemp + kAttachZipName;
     if (files.FileExists(local_zip)) {
         const bool opened = OpenIndexFile(state_.gZipTemp + kAttachAdtgName);
+        ForgetMarks();
         // One that stays is met by the next run, which trusts it as little.
         Drop(files.Delete(local_zip));
         return opened;
@@ -89,13 +90,35 @@ bool CIndex::GetAttachIndex() {
         run_.no_results_message = true;
         return false;
     }
-    run_.marks_hold = LoadSavedIndex(*message);
-    if (!run_.marks_hold) return false;
-    PendingError pending;
-    const Variant quiet =
-        pending.ValueOr(GetNamed(*message, kQuietProperty, kTypeString8), Variant());
-    run_.quiet.Load(pending.ValueOr(ToText(quiet), std::string()));
+    if (!LoadSavedIndex(*message)) return false;
+    if (!LoadMemory(*message)) ForgetMarks();
     return true;
+}
+
+// False when the message has a memory that cannot be read: which rows are unfinished is not known.
+bool CIndex::LoadMemory(Message& message) {
+    auto value = GetNamed(message, kIndexMemoryProperty, kTypeString8);
+    if (!value.ok()) return value.error().kind == ErrorKind::kNotFound;
+    const auto text = ToText(value.value());
+    if (!text.ok()) return false;
+    run_.memory.Load(text.value());
+    return true;
+}
+
+// The index was not saved together with the folder records at hand: they do not say up to when it
+// is complete. That goes for stores that this run does not walk as well.
+void CIndex::ForgetMarks() {
+    if (!IsOpen(state_.gFolderRST)) return;
+    RecordSet& records = *state_.gFolderRST;
+    if (records.RecordCount() == 0) return;
+    PendingError pending;
+    for (pending.Step(records.MoveFirst()); !pending.failed() && !records.Eof();
+         pending.Step(records.MoveNext())) {
+        pending.Step(records.Set("LastUpdate", Date{}));
+        pending.Step(records.Update());
+    }
+    // Records that cannot be written must not be saved with this index.
+    if (pending.failed()) run_.index_lost = true;
 }
 
 // The files lie in a private directory that goes with the load: what a killed run leaves there is

@@ -12,13 +12,12 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-#include "index/quiet_messages.h"
+#include "index/index_memory.h"
 #include "shell/bas_ci.h"
 #include "shell/frm_icon.h"
 #include "zip/attachment_row.h"
@@ -108,15 +107,14 @@ class CIndex final : public IndexRun {
     // What a run knows of itself.
     struct Run {
         const char* procedure = "";
-        bool anew = false;        // the record set was made empty in this run
-        bool marks_hold = false;  // index and folder marks were saved together
+        bool anew = false;  // the record set was made empty in this run
         bool no_results_message = false;
         bool index_lost = false;  // the record set was closed under the run
         bool any_store = false;
         std::string store_names;                                      // each with a line end
         std::unordered_map<std::int32_t, std::string> folder_of_key;  // of the folders seen
         std::set<std::string> walked_stores;  // whole, as the StoreID column names them
-        QuietMessages quiet;
+        IndexMemory memory;
     };
 
     // One folder's scan.
@@ -135,7 +133,6 @@ class CIndex final : public IndexRun {
         std::vector<std::vector<Variant>> rows;
         std::vector<std::string> ids;                      // of the rows, when validated
         std::unordered_map<std::string, bool> collection;  // by ID: whether it has index rows
-        std::optional<Date> retry_from;
     };
 
     // Run control (cindex.cc).
@@ -155,6 +152,8 @@ class CIndex final : public IndexRun {
     bool InitIndexRST();
     bool GetAttachIndex();
     bool LoadSavedIndex(Message& message);
+    bool LoadMemory(Message& message);
+    void ForgetMarks();
     bool OpenIndexFile(const std::string& adtg_path);
 
     // Folders (folder_scan.cc).
@@ -169,13 +168,11 @@ class CIndex final : public IndexRun {
     void VisitForgotten(FolderScan& scan, std::size_t from);
     void VisitMessage(FolderScan& scan, std::size_t at);
     std::string EntryIdOfRow(const FolderScan& scan, std::size_t at);
-    void RetryFrom(FolderScan& scan, Date modified);
     void NoteUnopened(const std::string& entry_id, Date modified, const Error& error);
     bool DeleteMessageRows(const std::string& entry_id);
     bool DeleteFiltered(const std::string& criterion);
     void EmptyFolder(FolderScan& scan);
     void UpdateFolderRecord(const FolderScan& scan, std::int32_t count);
-    Date IndexedUpTo(const FolderScan& scan);
 
     // Rows of messages that are gone (validate_index.cc).
     void ValidateIndexMT(FolderScan& scan);

@@ -189,8 +189,9 @@ bool CIndex::TakeFolderKey(RecordSet& records, FolderScan& scan) {
     run_.folder_of_key[key] = scan.id;
     scan.refresh = refresh_ && !run_.anew;
     // A mark that lies ahead was made under another clock.
-    const bool believable = scan.last_update <= state_.ports.clock.NowUtc();
-    scan.marks_hold = scan.refresh && run_.marks_hold && believable;
+    const Date now = DateFromUnixNanoseconds(state_.ports.clock.UnixNanoseconds());
+    const bool believable = scan.last_update <= now;
+    scan.marks_hold = scan.refresh && believable;
     return true;
 }
 
@@ -265,10 +266,11 @@ void CIndex::VisitForgotten(FolderScan& scan, std::size_t from) {
     for (std::size_t at = from; at < scan.rows.size() && !cancel_; ++at) {
         const std::string& id = scan.ids[at];
         const auto known = scan.collection.find(id);
-        if (known != scan.collection.end() && known->second) continue;
+        const bool has_rows = known != scan.collection.end() && known->second;
+        if (has_rows && !run_.memory.IsUnfinished(id)) continue;
         const Date modified = ModifiedOf(scan.rows[at]);
-        if (!id.empty() && run_.quiet.Holds(id, modified)) {
-            run_.quiet.Note(id, modified);
+        if (!has_rows && !id.empty() && run_.memory.IsQuiet(id, modified)) {
+            run_.memory.NoteQuiet(id, modified);
             continue;
         }
         RaiseProgress(scan.path, static_cast<std::int32_t>(at) + 1);
@@ -305,9 +307,10 @@ void CIndex::VisitMessage(FolderScan& scan, std::size_t at) {
         return;
     }
     ++summary_.messages_indexed;
+    run_.memory.NoteFinished(entry_id);
     if (!DeleteMessageRows(entry_id)) {
-        // Old rows that stay count as rows: only an earlier mark leads here again.
-        RetryFrom(scan, modified);
+        ++summary_.messages_failed;
+        run_.memory.NoteUnfinished(entry_id);
         return;
     }
     auto opened = On(state_.gUtils,
@@ -324,27 +327,18 @@ void CIndex::VisitMessage(FolderScan& scan, std::size_t at) {
     summary_.rows_added += rows.added;
     if (cancel_) return;
     if (rows.failed) {
-        // Without rows it is looked for among the older ones anyway.
-        if (rows.added > 0) {
-            RetryFrom(scan, modified);
-        } else {
-            ++summary_.messages_failed;
-        }
+        ++summary_.messages_failed;
+        run_.memory.NoteUnfinished(entry_id);
     } else if (rows.added == 0) {
-        run_.quiet.Note(entry_id, modified);
+        run_.memory.NoteQuiet(entry_id, modified);
     }
-}
-
-void CIndex::RetryFrom(FolderScan& scan, Date modified) {
-    ++summary_.messages_failed;
-    if (!scan.retry_from || modified < *scan.retry_from) scan.retry_from = modified;
 }
 
 // A message that went away meanwhile is no failure; one that can never be opened is not tried again
 // until it changes.
 void CIndex::NoteUnopened(const std::string& entry_id, Date modified, const Error& error) {
     if (error.kind == ErrorKind::kNotFound || error.kind == ErrorKind::kGone) return;
-    if (IsLasting(error)) run_.quiet.Note(entry_id, modified);
+    if (IsLasting(error)) run_.memory.NoteQuiet(entry_id, modified);
     ++summary_.messages_failed;
 }
 
@@ -407,16 +401,6 @@ void CIndex::EmptyFolder(FolderScan& scan) {
             8);
 }
 
-// The time up to which the folder counts as indexed. What came while it was scanned has a later
-// one, so the moment of the listing counts, and never one that would pass over a message which was
-// indexed in part only.
-Date CIndex::IndexedUpTo(const FolderScan& scan) {
-    const Date listed = DateFromUnixNanoseconds(scan.listed_at_ns - StampLagNs(scan.rows));
-    if (!scan.retry_from) return listed;
-    constexpr double kSecond = 1.0 / 86400;
-    return std::min(listed, Date{scan.retry_from->days - kSecond});
-}
-
 void CIndex::UpdateFolderRecord(const FolderScan& scan, std::int32_t count) {
     if (!IsOpen(state_.gFolderRST)) return;
     RecordSet& records = *state_.gFolderRST;
@@ -425,7 +409,9 @@ void CIndex::UpdateFolderRecord(const FolderScan& scan, std::int32_t count) {
     pending.Step(records.Find("FolderKey=" + std::to_string(scan.key)));
     if (pending.failed() || records.Eof()) return;
     pending.Step(records.Set("LastCount", count));
-    pending.Step(records.Set("LastUpdate", IndexedUpTo(scan)));
+    // What came while the folder was scanned is not indexed, so the moment of the listing counts.
+    pending.Step(records.Set("LastUpdate",
+                             DateFromUnixNanoseconds(scan.listed_at_ns - StampLagNs(scan.rows))));
     if (!pending.Step(records.Update())) Drop(records.CancelUpdate());
 }
 

@@ -136,11 +136,15 @@ bool CIndex::WriteResults(const std::string& text, const std::string& staging_pa
     PendingError pending;
     pending.Step(SetNamed(*message, "LastIndex", kTypeString8, state_.gIndexCreated));
     pending.Step(SetNamed(*message, "LogIndex", kTypeString8, text));
-    pending.Step(SetNamed(*message, kQuietProperty, kTypeString8, run_.quiet.Text()));
+    pending.Step(SetNamed(*message, kIndexMemoryProperty, kTypeString8, run_.memory.Text()));
     pending.Step(SetNamed(*message, "EndCI", kTypeTime, state_.ports.clock.NowLocal()));
     LogLine(kProcedure, " write results to hidden message", 8);
-    const bool replaced = ReplaceAttachments(*message, staging_path);
-    if (replaced) {
+    if (pending.failed()) {
+        LogLine(kProcedure,
+                " error writing results " + std::to_string(pending.number()) + " " +
+                    pending.description(),
+                1);
+    } else if (ReplaceAttachments(*message, staging_path)) {
         pending.Step(message->SetSubject(kResultsSubject));
         const Status updated = message->Update();
         if (updated.ok()) {

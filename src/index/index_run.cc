@@ -50,7 +50,12 @@ void CIndex::UpdateIndex() {
 // False when there is no record set to work on. An index that is missing, damaged or of an older
 // layout is made anew without a word.
 bool CIndex::PrepareUpdate() {
-    if (!IsOpen(state_.gAttachRST) && !GetAttachIndex()) run_.anew = true;
+    if (IsOpen(state_.gAttachRST)) {
+        // No run leaves it open, so nobody knows what it holds.
+        ForgetMarks();
+    } else {
+        run_.anew = !GetAttachIndex();
+    }
     if (run_.no_results_message) return false;
     if (!run_.anew && !HasAttachColumns(*state_.gAttachRST)) run_.anew = true;
     return !run_.anew || InitIndexRST();
