@@ -44,7 +44,7 @@ TEST(CommandTable, IsCompleteForEachCommand) {
     }
     EXPECT_THAT(names,
                 testing::UnorderedElementsAre("compress", "config", "extract", "find", "folders",
-                                              "log", "profile", "report", "status"));
+                                              "index", "log", "profile", "report", "status"));
 }
 
 // Every option that an example shows must be one that the command takes.

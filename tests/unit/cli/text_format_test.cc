@@ -46,6 +46,22 @@ TEST(Shortened, CountsCharactersNotBytes) {
     EXPECT_EQ(Shortened("", 3), "");
 }
 
+TEST(Shortened, CountsColumnsOfATerminal) {
+    EXPECT_EQ(Shortened("日本語", 6), "日本語");
+    EXPECT_EQ(Shortened("日本語", 5), "日本…");
+    EXPECT_EQ(Shortened("日本語", 4), "日…");
+    EXPECT_EQ(Shortened("e\xCC\x81 e\xCC\x81", 3), "e\xCC\x81 e\xCC\x81");
+    EXPECT_EQ(PadRight("日本", 6), "日本  ");
+}
+
+TEST(Printable, LetsNoMarkTurnTheDirection) {
+    EXPECT_EQ(Printable("a\xE2\x80\xAE"
+                        "b\xE2\x81\xA6"
+                        "c\xE2\x80\xA8"
+                        "d"),
+              "a?b?c?d");
+}
+
 TEST(PadRight, CountsCharactersNotBytes) {
     EXPECT_EQ(PadRight("größe", 7), "größe  ");
     EXPECT_EQ(PadLeft("größe", 7), "  größe");
