@@ -5,17 +5,20 @@
 
 #include "cli/exit_codes.h"
 #include "cli/index_report.h"
-#include "cli/text_format.h"
+#include "util/text.h"
 
 namespace trevix::cli {
 namespace {
 
 // The text of an event is several lines for a message box.
-std::string OneLine(std::string text) {
-    for (std::size_t at = 0; (at = text.find("\r\n", at)) != std::string::npos;) {
-        text.replace(at, 2, " ");
+std::string OneLine(const std::string& text) {
+    std::string line;
+    for (const std::string& piece : Split(text, "\r\n")) {
+        if (piece.empty()) continue;
+        if (!line.empty()) line += ' ';
+        line += piece;
     }
-    return text.substr(0, text.find_last_not_of(' ') + 1);
+    return line;
 }
 
 }  // namespace
