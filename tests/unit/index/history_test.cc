@@ -21,11 +21,12 @@ class History {
     explicit History(unsigned seed) : dice_(seed) {
         world_.Setting("ErrorLogLevel", "1");
         folders_.push_back(world_.inbox);
+        folders_.push_back(&world_.AddStore("52").root.Add("F2", "Elsewhere"));
         for (int i = 0; i < 3; ++i)
             AddFolder();
         for (int i = 0; i < 8; ++i)
             Deliver();
-        world_.Rebuild();
+        Run(true);
     }
 
     IndexWorld& world() { return world_; }
@@ -34,7 +35,7 @@ class History {
     void Step() {
         // Most things happen while time passes, some within the same second.
         if (Roll(3) > 0) world_.clock.AdvanceMinutes(Roll(2000) / 10.0);
-        switch (Roll(16)) {
+        switch (Roll(22)) {
             case 0:
             case 1:
             case 2: Deliver(); break;
@@ -50,6 +51,12 @@ class History {
             case 12: FailingRun(); break;
             case 13: Restart(); break;
             case 14: DeliverDuringRun(); break;
+            case 15: KeepSaved(); break;
+            case 16: FoldersOfAnOlderRun(); break;
+            case 17: LocalCopyOfAnOlderIndex(); break;
+            case 18: LoseIndex(); break;
+            case 19: ResetFolders(); break;
+            case 20: OneStoreOnly(); break;
             default: Update(); break;
         }
     }
@@ -57,7 +64,7 @@ class History {
     void Update() {
         Tell("update");
         world_.clock.AdvanceMinutes(10);  // whoever died lets go of the lock
-        world_.Update();
+        Run(false);
     }
 
     // What a new index over the same stores is, made by another process.
@@ -74,12 +81,18 @@ class History {
             other.messaging.state.stores.push_back(std::move(copy));
         }
         other.messaging.state.hidden = world_.messaging.state.hidden;
+        other.index().TargetStoreIDs("51;52");
         other.Rebuild();
         EXPECT_TRUE(other.End().starts_with("Complete ")) << other.End();
         return other.SortedRows();
     }
 
  private:
+    void Run(bool recreate, const char* stores = "51;52") {
+        if (world_.session == nullptr) world_.Logon();
+        if (CIndex* index = world_.session->Index()) index->TargetStoreIDs(stores);
+        world_.RunIndex(recreate);
+    }
     int Roll(int sides) { return static_cast<int>(dice_() % static_cast<unsigned>(sides)); }
     void Tell(const std::string& what) { told_ += what + "; "; }
 
@@ -105,7 +118,7 @@ class History {
                 case 0:
                     list.push_back(World::File(
                         "z" + number + ".zip",
-                        test::MemoryZip::Archive({{"in" + number + ".txt", number}, {"b", "bb"}})));
+                        test::Zips::Archive({{"in" + number + ".txt", number}, {"b", "bb"}})));
                     break;
                 case 1: list.push_back(World::File("bad" + number + ".zip", "no archive")); break;
                 case 2: list.push_back(World::File("", "nameless")); break;
@@ -174,8 +187,9 @@ class History {
     void RenameFolder() {
         Tell("rename folder");
         FolderData& folder = AnyFolder();
-        if (&folder != world_.inbox) folder.name += "x";
+        if (!IsTop(folder)) folder.name += "x";
     }
+    static bool IsTop(const FolderData& folder) { return folder.id == "F1" || folder.id == "F2"; }
     void Forget(const FolderData& folder) {
         std::erase(folders_, &folder);
         for (const auto& child : folder.folders)
@@ -183,7 +197,7 @@ class History {
     }
     void RemoveFolder() {
         FolderData& folder = AnyFolder();
-        if (&folder == world_.inbox) return;
+        if (IsTop(folder)) return;
         Tell("remove folder");
         Forget(folder);
         std::erase_if(folder.parent->folders,
@@ -202,7 +216,7 @@ class History {
         world_.loop.on_pump = [this, when, before](int pump) {
             if (pump == before + when) world_.index().Cancel(true);
         };
-        world_.RunIndex(Roll(3) == 0);
+        Run(Roll(3) == 0);
         world_.loop.on_pump = nullptr;
     }
     void FailingRun() {
@@ -213,7 +227,7 @@ class History {
         Tell(dies ? "run dies" : "run with a fault");
         world_.plan.FailCall(nth, dies ? FaultPlan::Mode::kFromThenOn : FaultPlan::Mode::kOnce,
                              MessagingError(kDiskError));
-        world_.RunIndex(Roll(4) == 0);
+        Run(Roll(4) == 0);
         world_.plan.Clear();
         if (dies) world_.Restart();
     }
@@ -232,8 +246,57 @@ class History {
             if (pump == when + 1) Change();
             if (Roll(2) == 0) world_.clock.AdvanceMinutes(0.05);
         };
-        world_.Update();
+        Run(false);
         world_.loop.on_pump = nullptr;
+    }
+    fakes::AttachmentData* Saved(const std::string& name) {
+        if (world_.Results() == nullptr) return nullptr;
+        for (auto& attachment : world_.Results()->attachments) {
+            if (attachment.name == name) return &attachment;
+        }
+        return nullptr;
+    }
+    void KeepSaved() {
+        const fakes::AttachmentData* folders = Saved("txfolders.zip");
+        const fakes::AttachmentData* index = Saved("txattach.zip");
+        if (folders != nullptr) older_folders_ = folders->data;
+        const bool whole = index != nullptr && !world_.zip.EntriesOf(index->data).empty();
+        if (whole) older_index_ = index->data;
+    }
+    // Another process saved the records that it had read before our last run.
+    void FoldersOfAnOlderRun() {
+        fakes::AttachmentData* folders = Saved("txfolders.zip");
+        if (folders == nullptr || older_folders_.empty()) return;
+        Tell("older folders");
+        folders->data = older_folders_;
+    }
+    // What a program that died in the middle of a load left behind.
+    void LocalCopyOfAnOlderIndex() {
+        if (older_index_.empty() || world_.session == nullptr) return;
+        Tell("local copy");
+        const std::string path = world_.ci.gZipTemp + "txattach.";
+        world_.files.Put(path + "zip", older_index_);
+        world_.files.Put(path + "adtg", world_.zip.EntriesOf(older_index_).front().second);
+    }
+    void LoseIndex() {
+        fakes::AttachmentData* index = Saved("txattach.zip");
+        if (index == nullptr) return;
+        Tell("lose index");
+        if (Roll(2) == 0) {
+            index->data = "damaged";
+        } else {
+            std::erase_if(world_.Results()->attachments,
+                          [](const auto& attachment) { return attachment.name == "txattach.zip"; });
+        }
+    }
+    void ResetFolders() {
+        Tell("reset folders");
+        world_.Setting("ResetFolderRST", "True");
+    }
+    void OneStoreOnly() {
+        Tell("one store only");
+        world_.clock.AdvanceMinutes(10);
+        Run(Roll(4) == 0, Roll(2) == 0 ? "51" : "52");
     }
 
     IndexWorld world_;
@@ -242,14 +305,16 @@ class History {
     int made_ = 0;
     int folder_ids_ = 0;
     std::string told_;
+    std::string older_folders_;
+    std::string older_index_;
 };
 
 TEST(IndexHistory, AnUpdateGivesTheRowsOfANewIndexAfterAnyHistory) {
-    for (unsigned seed = 1; seed <= 400; ++seed) {
+    for (unsigned seed = 1; seed <= 200; ++seed) {
         History history(seed);
-        for (int step = 0; step < 30; ++step) {
+        for (int step = 0; step < 42; ++step) {
             history.Step();
-            if (step % 6 != 5) continue;
+            if (step % 7 != 6) continue;
             history.Update();
             ASSERT_TRUE(history.world().End().starts_with("Complete "))
                 << seed << ": " << history.world().End() << "\n"

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <map>
 #include <memory>
 #include <string>
@@ -15,6 +17,9 @@ namespace trevix::test {
 
 // A row as texts by column; a date as its number of days.
 using IndexRow = std::map<std::string, std::string>;
+
+// The world's archives, to make some by hand.
+using Zips = decltype(World::zip);
 
 class IndexWorld : public World {
  public:
@@ -119,7 +124,10 @@ class IndexWorld : public World {
     static std::string TextOf(const Variant& value) {
         if (const auto* text = std::get_if<std::string>(&value)) return *text;
         if (const auto* number = std::get_if<std::int32_t>(&value)) return std::to_string(*number);
-        if (const auto* date = std::get_if<Date>(&value)) return std::to_string(date->days);
+        if (const auto* date = std::get_if<Date>(&value)) {
+            std::array<char, 32> text{};
+            return {text.data(), std::to_chars(text.begin(), text.end(), date->days).ptr};
+        }
         return {};
     }
 };
