@@ -15,9 +15,12 @@ bool HoldsAny(const std::string& text, std::initializer_list<const char*> wanted
 }
 
 // Whether an entry tells a person something about a message. Before and after the run the outcome
-// is told in other words; what a zip attachment looks like is for programs that show pictures.
+// is told in other words; what a zip attachment looks like is for programs that show pictures; and
+// a run only unpacks what an earlier one saved, which it makes anew when that is damaged.
 bool ConcernsMail(int type, const std::string& procedure, const std::string& text) {
-    if (type == 1) return procedure != "CManage::GetZipAttachRender";
+    if (type == 1) {
+        return procedure != "CManage::GetZipAttachRender" && procedure != "CZIP::ZIPExtract";
+    }
     return HoldsAny(procedure,
                     {"::TrevixItemRDM", "::CompressAttachments", "::DeleteStationery"}) &&
            !text.starts_with("user");
