@@ -43,9 +43,8 @@ void CIndex::ValidateIndexMT(FolderScan& scan) {
         LogLine(kProcedure, "Deleting row for ID not found in collection:" + entry_id, 8);
         pending.Step(index.Delete());
     }
+    // A message whose rows were not looked at counts as one without, and is visited.
     pending.Step(index.SetFilter(""));
-    // Rows that could not be looked at may be wrong, so nothing may be passed over this time.
-    if (pending.failed()) scan.marks_hold = false;
 }
 
 void CIndex::CollectIds(FolderScan& scan) {
