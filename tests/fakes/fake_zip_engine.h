@@ -8,9 +8,12 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
+#include <functional>
 #include <limits>
+#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -35,10 +38,13 @@ struct FakeArchive {
 
     std::string ToBytes() const {
         std::string bytes = kMark + Part(comment);
-        for (const FakeEntry& entry : entries) {
-            bytes += Part(entry.name) + Part(std::to_string(entry.level)) + Part(entry.content);
-        }
+        for (const FakeEntry& entry : entries)
+            bytes += EntryBytes(entry);
         return bytes;
+    }
+
+    static std::string EntryBytes(const FakeEntry& entry) {
+        return Part(entry.name) + Part(std::to_string(entry.level)) + Part(entry.content);
     }
 
     // 0, or the engines' code: 13 for no bytes, 3 for what is no archive, 2 for a part of one.
@@ -99,6 +105,7 @@ class FakeZipFactory final : public ZipFactory, public ArchiveProof {
 
     Status Verify(const std::string& archive, const std::vector<Blob>& contents) override {
         TREVIX_RETURN_IF_ERROR(plan_.Enter("zip.Verify"));
+        if (proof_error) return *proof_error;
         if (!files_.files.contains(archive)) {
             return Error{ErrorKind::kIo, kFileNotFound, archive + ": File not found"};
         }
@@ -127,12 +134,36 @@ class FakeZipFactory final : public ZipFactory, public ArchiveProof {
         return archive;
     }
 
+    // The names and contents in an archive's bytes; none in bytes that are no archive.
+    static std::vector<std::pair<std::string, std::string>> EntriesOf(const std::string& bytes) {
+        FakeArchive archive;
+        std::vector<std::pair<std::string, std::string>> entries;
+        if (FakeArchive::FromBytes(bytes, &archive) != 0) return entries;
+        for (const FakeEntry& entry : archive.entries)
+            entries.emplace_back(entry.name, entry.content);
+        return entries;
+    }
+
+    // The bytes of an archive of these, for a test to attach.
+    static std::string Archive(const std::vector<std::pair<std::string, std::string>>& entries) {
+        FakeArchive archive;
+        for (const auto& [name, content] : entries)
+            archive.entries.push_back({name, content, 5});
+        return archive.ToBytes();
+    }
+
     void PutArchive(const std::string& path, const FakeArchive& archive) {
         files_.Put(path, archive.ToBytes());
     }
 
     // The error code of the next action, once; the action does nothing else.
     std::optional<std::int16_t> next_code;
+
+    std::function<void()> on_action;   // before each action of a zip engine
+    std::string last_item;             // the item list of the last action of one
+    std::set<std::string> fail_items;  // base names that cannot be added
+    std::size_t archive_overhead = 0;  // bytes that each archive has too many
+    std::optional<Error> proof_error;
 
     // The date of every entry.
     std::string entry_date = "01/02/2003 04:05:06";
@@ -248,27 +279,6 @@ class FakeZipFactory final : public ZipFactory, public ArchiveProof {
         return name;
     }
 
-    static std::string FreeName(const FakeArchive& archive, const std::string& wanted) {
-        const auto taken = [&](const std::string& name) {
-            return std::any_of(archive.entries.begin(), archive.entries.end(),
-                               [&](const auto& entry) { return Lower(entry.name) == Lower(name); });
-        };
-        const auto dot = std::min(wanted.rfind('.'), wanted.size());
-        std::string name = wanted;
-        for (int number = 2; taken(name); ++number) {
-            name = wanted.substr(0, dot) + " (" + std::to_string(number) + ")" + wanted.substr(dot);
-        }
-        return name;
-    }
-
-    static void Add(const ZipEngine& engine, FakeArchive& archive, const std::string& item,
-                    std::string content) {
-        const std::string base =
-            engine.store_folder_names ? item : item.substr(item.rfind('/') + 1);
-        archive.entries.push_back(
-            {FreeName(archive, base), std::move(content), engine.compression_level});
-    }
-
     // All of the memory input; nothing when the answer to a question is none.
     std::optional<std::string> MemoryInput(ZipEngine& engine) const {
         std::string input;
@@ -298,7 +308,82 @@ class FakeZipFactory final : public ZipFactory, public ArchiveProof {
         }
     }
 
+    // What the action is to add, under the names that it is to have.
+    std::int16_t Collect(ZipEngine& engine, std::int16_t action,
+                         const std::vector<std::string>& items, FakeArchive& added) const {
+        for (const std::string& item : items) {
+            const std::string base = item.substr(item.rfind('/') + 1);
+            if (fail_items.contains(base)) return 18;
+            FakeEntry entry{engine.store_folder_names ? item : base, {}, engine.compression_level};
+            if (action == kZipAddFiles) {
+                const auto file = files_.files.find(item);
+                if (file == files_.files.end()) return 18;
+                entry.content = file->second;
+            } else if (action == kZipAddText) {
+                entry.content = engine.text_buffer;
+            } else {
+                std::optional<std::string> input = MemoryInput(engine);
+                if (!input.has_value()) return 11;
+                entry.content = std::move(*input);
+            }
+            added.entries.push_back(std::move(entry));
+        }
+        return 0;
+    }
+
+    // Reads the archive that is to be extended, unless it is the one that was written last: a
+    // rollup of thousands of files would be read thousands of times.
+    std::int16_t OpenOld(const std::string& path) {
+        const auto old = files_.files.find(path);
+        const std::size_t size = old == files_.files.end() ? 0 : old->second.size();
+        if (size > 0 && path == open_.path && size == open_.size) return 0;
+        open_ = Opened();
+        if (old != files_.files.end()) {
+            const std::int16_t code = FakeArchive::FromBytes(old->second, &open_.archive);
+            if (code != 0) return code;
+        }
+        for (const FakeEntry& entry : open_.archive.entries)
+            open_.names.insert(Lower(entry.name));
+        open_.path = path;
+        return 0;
+    }
+
+    std::int16_t Extend(const ZipEngine& engine, std::int16_t action, const FakeArchive& added) {
+        const auto cut = engine.zip_file.rfind('/');
+        if (cut == std::string::npos || !files_.HasDirectory(engine.zip_file.substr(0, cut))) {
+            return 15;
+        }
+        if (const std::int16_t code = OpenOld(engine.zip_file)) return code;
+        std::vector<FakeEntry>& entries = open_.archive.entries;
+        bool anew = engine.comment_switch || archive_overhead > 0 || open_.size == 0;
+        if (engine.comment_switch) open_.archive.comment = engine.comment;
+        if (archive_overhead > 0) open_.archive.comment.resize(archive_overhead, '.');
+        std::string more;
+        for (FakeEntry entry : added.entries) {
+            if (action == kZipAddText) {
+                const bool replaces = std::erase_if(entries, [&](const FakeEntry& old) {
+                                          return old.name == entry.name;
+                                      }) > 0;
+                if (replaces) open_.names.erase(Lower(entry.name));
+                anew = anew || replaces;
+            }
+            entry.name = open_.TakeName(entry.name);
+            more += FakeArchive::EntryBytes(entry);
+            entries.push_back(std::move(entry));
+        }
+        std::string& bytes = files_.files[engine.zip_file];
+        if (anew) {
+            bytes = open_.archive.ToBytes();
+        } else {
+            bytes += more;
+        }
+        open_.size = bytes.size();
+        return 0;
+    }
+
     std::int16_t RunZip(ZipEngine& engine, std::int16_t action) {
+        last_item = engine.item_list;
+        if (on_action) on_action();
         if (const auto code = Begin(action)) return *code;
         const bool known = action >= kZipAddFiles && action <= kZipMemoryToFile;
         if (!known) return 16;
@@ -306,40 +391,37 @@ class FakeZipFactory final : public ZipFactory, public ArchiveProof {
         if (items.empty()) return 12;
         if (action != kZipAddFiles && items.size() != 1) return 16;
 
-        FakeArchive archive;
-        const auto old = files_.files.find(engine.zip_file);
-        if (old != files_.files.end() && action != kZipMemoryToMemory) {
-            if (const std::int16_t code = FakeArchive::FromBytes(old->second, &archive))
-                return code;
-        }
-        if (action == kZipAddFiles) {
-            for (const std::string& item : items) {
-                const auto file = files_.files.find(item);
-                if (file == files_.files.end()) return 18;
-                Add(engine, archive, item, file->second);
-            }
-        } else if (action == kZipAddText) {
-            const std::string& name = items.front();
-            std::erase_if(archive.entries, [&](const auto& entry) { return entry.name == name; });
-            Add(engine, archive, name, engine.text_buffer);
-        } else {
-            std::optional<std::string> input = MemoryInput(engine);
-            if (!input.has_value()) return 11;
-            Add(engine, archive, items.front(), std::move(*input));
-        }
-        if (engine.comment_switch) archive.comment = engine.comment;
-        if (action == kZipMemoryToMemory) {
-            HandOver(engine, archive.ToBytes());
-            return 0;
-        }
-        const auto cut = engine.zip_file.rfind('/');
-        if (cut == std::string::npos || !files_.HasDirectory(engine.zip_file.substr(0, cut))) {
-            return 15;
-        }
-        files_.files[engine.zip_file] = archive.ToBytes();
+        FakeArchive added;
+        if (const std::int16_t code = Collect(engine, action, items, added)) return code;
+        if (action != kZipMemoryToMemory) return Extend(engine, action, added);
+        if (engine.comment_switch) added.comment = engine.comment;
+        HandOver(engine, added.ToBytes());
         return 0;
     }
 
+    // The archive that was written last.
+    struct Opened {
+        // The name itself, or the first that is free of "name (2).ext" and so on.
+        std::string TakeName(const std::string& wanted) {
+            const auto dot = std::min(wanted.rfind('.'), wanted.size());
+            int& number = last_numbers[Lower(wanted)];
+            std::string name = wanted;
+            while (!names.insert(Lower(name)).second) {
+                number = std::max(number + 1, 2);
+                name = wanted.substr(0, dot) + " (" + std::to_string(number) + ")" +
+                       wanted.substr(dot);
+            }
+            return name;
+        }
+
+        std::string path;
+        std::size_t size = 0;  // 0: its bytes are to be made anew
+        FakeArchive archive;
+        std::set<std::string> names;              // in lower case
+        std::map<std::string, int> last_numbers;  // where the search for a free name goes on
+    };
+
+    Opened open_;
     FaultPlan& plan_;
     FakeFileSystem& files_;
 };

@@ -10,19 +10,19 @@
 #include <vector>
 
 #include "fakes/fake_clock.h"
+#include "fakes/fake_event_log.h"
 #include "fakes/fake_file_system.h"
 #include "fakes/fake_message_loop.h"
 #include "fakes/fake_messaging.h"
 #include "fakes/fake_record_set.h"
 #include "fakes/fake_registry.h"
+#include "fakes/fake_zip_engine.h"
 #include "fakes/fault_plan.h"
 #include "index/cindex.h"
 #include "manage/cmanage.h"
 #include "shell/bas_ci.h"
 #include "shell/session.h"
 #include "shell/settings.h"
-#include "support/memory_zip.h"
-#include "support/recording_event_log.h"
 
 namespace trevix::test {
 
@@ -148,7 +148,12 @@ class World {
     }
 
     // The diagnostic log's messages in order, "Class::Procedure:message", from the event log.
-    const std::vector<std::string>& Log() const { return event_log.texts; }
+    std::vector<std::string> Log() const {
+        std::vector<std::string> lines;
+        for (const fakes::FakeEvent& event : event_log.events)
+            lines.push_back(event.strings.at(0));
+        return lines;
+    }
 
     bool Logged(const std::string& text) const {
         for (const std::string& line : Log()) {
@@ -178,10 +183,10 @@ class World {
     fakes::FakeFileSystem files;
     fakes::FakeRegistry registry;
     fakes::FakeEnvironment environment;
-    RecordingEventLog event_log;
+    fakes::FakeEventLog event_log;
     fakes::FakeMessaging messaging;
     fakes::FakeRecordSetFactory record_sets;
-    MemoryZip zip;
+    fakes::FakeZipFactory zip;
     BasCI ci;
     EventRecorder recorder;
     IndexRecorder index_recorder;

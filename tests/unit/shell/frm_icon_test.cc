@@ -12,7 +12,8 @@ namespace {
 using test::World;
 
 std::ptrdiff_t RunsStarted(const World& world) {
-    return std::count(world.Log().begin(), world.Log().end(), "CManage::StartManage: start");
+    const std::vector<std::string> log = world.Log();
+    return std::count(log.begin(), log.end(), "CManage::StartManage: start");
 }
 
 TEST(FrmIconManageTimer, StartsOneRunWhenManageIsCalledTwiceBeforeItFires) {

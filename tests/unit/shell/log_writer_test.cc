@@ -54,8 +54,8 @@ TEST_F(LogWriterWrite, LowersALevelAboveFourInTheEventAndInTheCallersVariable) {
     world.ci.log.Write("basCI", "GetZipTemp", " six", level);
 
     EXPECT_EQ(level, 4);
-    ASSERT_EQ(world.event_log.entries.size(), 1U);
-    EXPECT_EQ(world.event_log.entries[0].type, 4);
+    ASSERT_EQ(world.event_log.events.size(), 1U);
+    EXPECT_EQ(world.event_log.events[0].type, 4);
 }
 
 TEST_F(LogWriterWrite, LeavesTheCallersVariableWithoutAnEventLog) {
@@ -74,8 +74,8 @@ TEST_F(LogWriterWrite, NamesItsSourceByTheMode) {
     world.ci.gAddinMode = false;
     Write(" server", 1);
 
-    EXPECT_EQ(world.event_log.entries[0].source, "Trevix");
-    EXPECT_EQ(world.event_log.entries[1].source, "TXServer");
+    EXPECT_EQ(world.event_log.events[0].source, "Trevix");
+    EXPECT_EQ(world.event_log.events[1].source, "TXServer");
     EXPECT_EQ(File().find(" server"), std::string::npos);
 }
 
