@@ -202,6 +202,18 @@ TEST_F(SafeIndexAttachmentsTest, CancellingDuringAMessagesAttachmentsLeavesTheRo
     EXPECT_TRUE(world.End().starts_with("Abort Attachment index canceled for:"));
 }
 
+TEST_F(SafeIndexAttachmentsTest, ACancelBeforeAMessageLeavesItAlone) {
+    Add({World::File("a.txt", "alpha")});
+    world.Logon();
+    world.loop.on_pump = [&](int) { world.index().Cancel(true); };
+
+    world.Rebuild();
+
+    EXPECT_TRUE(KeptRows().empty());
+    EXPECT_FALSE(world.Logged("Attachment count for"));
+    EXPECT_FALSE(world.Logged(" user Cancel"));
+}
+
 TEST_F(SafeIndexAttachmentsTest, ADescriptionThatDoesNotFitIsLeftOutAndTheRowStays) {
     fakes::MessageData& message = Add({World::File("a.txt", "alpha"), World::File("b.txt", "b")});
     message.subject = std::string(256, 's');
