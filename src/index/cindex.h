@@ -142,7 +142,7 @@ class CIndex final : public IndexRun {
     void CreateNewIndex();
     void UpdateIndex();
     bool PrepareUpdate();
-    void RunOverStores(const char* unopened_text, const char* unopened_end);
+    void RunOverStores(const char* unopened_text);
     bool IndexStore(InfoStore& store);
     void EndRun(bool failed, const std::string& outcome, bool cancelled, std::int32_t elapsed_ms);
     void CloseRecordSets();

@@ -26,7 +26,7 @@ void CIndex::CreateNewIndex() {
         RaiseAbort("Unable to initialize index!");
         return;
     }
-    RunOverStores(" unable to retrieve infostore (ID=", ")");
+    RunOverStores(" unable to retrieve infostore (ID=");
 }
 
 void CIndex::UpdateIndex() {
@@ -44,7 +44,7 @@ void CIndex::UpdateIndex() {
         RaiseAbort("Unable to initialize index!");
         return;
     }
-    RunOverStores(" unable to retrieve Infostore (ID= ", ")");
+    RunOverStores(" unable to retrieve Infostore (ID= ");
 }
 
 // False when there is no record set to work on. An index that is missing, damaged or of an older
@@ -61,7 +61,7 @@ bool CIndex::PrepareUpdate() {
     return !run_.anew || InitIndexRST();
 }
 
-void CIndex::RunOverStores(const char* unopened_text, const char* unopened_end) {
+void CIndex::RunOverStores(const char* unopened_text) {
     cancel_ = false;
     const std::int32_t start_tick = state_.ports.clock.TickCount();
     bool failed = false;
@@ -72,8 +72,8 @@ void CIndex::RunOverStores(const char* unopened_text, const char* unopened_end) 
                          [&](MessagingSession& session) { return session.GetInfoStore(store_id); });
         if (!opened.ok()) {
             LogLine(run_.procedure,
-                    std::to_string(opened.error().number) + unopened_text + store_id +
-                        unopened_end + kLineEnd + opened.error().description,
+                    std::to_string(opened.error().number) + unopened_text + store_id + ")" +
+                        kLineEnd + opened.error().description,
                     1);
             continue;
         }
