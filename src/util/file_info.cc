@@ -48,7 +48,6 @@ void CFileInfo::Refresh() {
             folder, '/', [this](const std::string& path) { return files_.FindFile(path); });
         file_path_ += '/';
     }
-    if (HasBit(kAttributeDirectory)) return;
     const Result<Blob> content = files_.OpenBlob(full_path_name_);
     if (content.ok()) version_number_ = PeVersionText(content.value());
 }

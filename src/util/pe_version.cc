@@ -66,7 +66,6 @@ std::optional<Image> ReadHeaders(const Numbers& file) {
     if (*magic != kNarrow && *magic != kWide) return std::nullopt;
     const std::uint32_t count_at = *magic == kNarrow ? 92 : 108;
     const std::uint32_t resources_at = count_at + 4 + 2 * 8;  // the third directory
-    if (*optional_bytes < resources_at + 8) return std::nullopt;
     const auto directories = file.At32(pe + kOptionalAt + count_at);
     const auto resources = file.At32(pe + kOptionalAt + resources_at);
     if (!directories || *directories < 3 || !resources || *resources == 0) return std::nullopt;
@@ -101,8 +100,7 @@ std::optional<std::uint32_t> FindResource(const Numbers& file, std::uint64_t dir
     const auto numbered = file.At16(directory + 14);
     if (!named || !numbered) return std::nullopt;
     const std::uint32_t count = std::min(*named + *numbered, kMostResources);
-    // Those with a name come first and have none of our numbers.
-    for (std::uint32_t i = wanted ? *named : 0; i < count; ++i) {
+    for (std::uint32_t i = 0; i < count; ++i) {
         const std::uint64_t entry = directory + kHeaderBytes + i * kEntryBytes;
         if (!wanted || file.Is32(entry, *wanted)) return file.At32(entry + 4);
     }

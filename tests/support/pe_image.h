@@ -11,13 +11,14 @@ struct PeOptions {
     std::uint32_t most = 0x00050001;
     std::uint32_t least = 0x0A280000;
 
-    std::uint32_t named_types = 0;    // resources with names, in front of the version
-    std::uint32_t smaller_types = 0;  // and with smaller numbers
+    std::uint32_t named_types = 0;  // resources with names, in front of the version
+    std::uint32_t other_types = 0;  // and with other numbers
     std::uint32_t version_type = 16;
     std::uint32_t directories = 16;  // as the optional header counts them
     std::uint32_t fixed_signature = 0xFEEF04BD;
     std::uint32_t fixed_bytes = 52;
     std::uint32_t resource_bytes = 92;
+    std::uint32_t length = 92;           // as the resource itself says it
     bool language_is_directory = false;  // one level too many
     bool type_is_data = false;           // two levels too few
     std::string tail = {};               // behind the image
@@ -37,15 +38,15 @@ inline void PadTo(std::string& bytes, std::size_t size) {
     bytes.resize(size, '\0');
 }
 
-// A table of `named` + `smaller` entries that lead nowhere and one, `number`, that leads to
+// A table of `named` + `others` entries that lead nowhere and one, `number`, that leads to
 // `target`.
-inline std::string ResourceDirectory(std::uint32_t named, std::uint32_t smaller,
+inline std::string ResourceDirectory(std::uint32_t named, std::uint32_t others,
                                      std::uint32_t number, std::uint32_t target) {
     std::string bytes(12, '\0');
     PutNumber(bytes, named, 2);
-    PutNumber(bytes, smaller + 1, 2);
-    for (std::uint32_t i = 0; i < named + smaller; ++i) {
-        PutNumber(bytes, i < named ? 0x80000000U + i : i - named, 4);
+    PutNumber(bytes, others + 1, 2);
+    for (std::uint32_t i = 0; i < named + others; ++i) {
+        PutNumber(bytes, i < named ? 0x80000000U + i : 100 + i, 4);
         PutNumber(bytes, 0xFFFFFFFF, 4);
     }
     PutNumber(bytes, number, 4);
@@ -55,7 +56,7 @@ inline std::string ResourceDirectory(std::uint32_t named, std::uint32_t smaller,
 
 inline std::string VersionResource(const PeOptions& options) {
     std::string bytes;
-    PutNumber(bytes, options.resource_bytes, 2);
+    PutNumber(bytes, options.length, 2);
     PutNumber(bytes, options.fixed_bytes, 2);
     PutNumber(bytes, 0, 2);
     for (const char c : std::string("VS_VERSION_INFO\0", 16))
@@ -72,12 +73,12 @@ inline std::string VersionResource(const PeOptions& options) {
 // The resource section, which is loaded at `address`.
 inline std::string ResourceSection(const PeOptions& options, std::uint32_t address) {
     constexpr std::uint32_t kDirectory = 0x80000000;
-    const std::uint32_t names_at = 24 + 8 * (options.named_types + options.smaller_types);
+    const std::uint32_t names_at = 24 + 8 * (options.named_types + options.other_types);
     const std::uint32_t languages_at = names_at + 24;
     const std::uint32_t entry_at = languages_at + 24;
     const std::uint32_t data_at = entry_at + 16;
     std::string bytes =
-        ResourceDirectory(options.named_types, options.smaller_types, options.version_type,
+        ResourceDirectory(options.named_types, options.other_types, options.version_type,
                           (options.type_is_data ? 0 : kDirectory) | names_at);
     bytes += ResourceDirectory(0, 0, 1, kDirectory | languages_at);
     bytes +=

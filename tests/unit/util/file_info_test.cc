@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "fakes/fake_clock.h"
 #include "fakes/fake_file_system.h"
 #include "support/pe_image.h"
@@ -139,6 +141,13 @@ TEST(CFileInfoTimes, ReadInLocalTimeAndWholeSeconds) {
     EXPECT_EQ(info.ModifyTime(), At(15, 0, 0));
 }
 
+TEST(CFileInfoTimes, ReadInWholeSecondsBefore1970Too) {
+    World world;
+    world.files.details["/data/Report.final.txt"].modified_ns = -kSecond / 2;
+
+    EXPECT_EQ(world.Report().ModifyTime(), DateFromCivil({1970, 1, 1, 1, 59, 59}));
+}
+
 TEST(CFileInfoTimes, WriteTheOneTimeToTheFile) {
     World world;
     CFileInfo info = world.Report();
@@ -174,6 +183,7 @@ TEST(CFileInfoTimes, StayForADateThatNoFileCanHave) {
     info.ModifyTime(DateFromCivil({1600, 12, 31, 0, 0, 0}));
     info.ModifyTime(DateFromCivil({9999, 12, 31, 0, 0, 0}));
     info.ModifyTime(Date{1e9});
+    info.ModifyTime(Date{std::numeric_limits<double>::quiet_NaN()});
 
     EXPECT_EQ(info.ModifyTime(), At(15, 0, 0));
 }

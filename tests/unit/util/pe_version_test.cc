@@ -52,7 +52,7 @@ TEST(PeVersion, Reads64BitPrograms) {
 }
 
 TEST(PeVersion, FindsTheVersionAmongOtherResources) {
-    EXPECT_EQ(VersionOf(PeOptions{.named_types = 3, .smaller_types = 10}), "5.1.2600.0");
+    EXPECT_EQ(VersionOf(PeOptions{.named_types = 3, .other_types = 10}), "5.1.2600.0");
     EXPECT_EQ(VersionOf(PeOptions{.wide = true, .named_types = 40}), "5.1.2600.0");
 }
 
@@ -77,11 +77,12 @@ TEST(PeVersion, IsEmptyForADamagedVersion) {
     EXPECT_EQ(VersionOf(PeOptions{.fixed_signature = 0xFEEF04BE}), "");
     EXPECT_EQ(VersionOf(PeOptions{.fixed_bytes = 51}), "");
     EXPECT_EQ(VersionOf(PeOptions{.resource_bytes = 91}), "");
+    EXPECT_EQ(VersionOf(PeOptions{.length = 91}), "");
 }
 
 TEST(PeVersion, IsEmptyForAnImageCutAnywhereBeforeTheVersionEnds) {
     for (const bool wide : {false, true}) {
-        const test::PeImage image = MakePeImage({.wide = wide, .smaller_types = 2, .tail = "rest"});
+        const test::PeImage image = MakePeImage({.wide = wide, .other_types = 2, .tail = "rest"});
         for (std::size_t size = 0; size <= image.bytes.size(); ++size) {
             const char* expected = size < image.version_end ? "" : "5.1.2600.0";
             ASSERT_EQ(VersionOf(image.bytes.substr(0, size)), expected) << size;
@@ -104,7 +105,7 @@ TEST(PeVersion, SurvivesEveryByteBeingAnotherOne) {
 }
 
 TEST(PeVersion, SurvivesTheLargestNumbersAnywhere) {
-    const std::string image = MakePeImage({.smaller_types = 1}).bytes;
+    const std::string image = MakePeImage({.other_types = 1}).bytes;
     for (std::size_t at = 0; at + 4 <= image.size(); ++at) {
         const std::string text = VersionOf(std::string(image).replace(at, 4, 4, '\xFF'));
         ASSERT_TRUE(text.empty() || std::count(text.begin(), text.end(), '.') == 3) << at;
@@ -128,7 +129,7 @@ TEST(PeVersion, GivesUpOnCountsThatNoProgramHas) {
     EXPECT_EQ(PeVersionText(Blob(sections)), "");
     EXPECT_LT(sections->read_bytes, 20000U);
 
-    const auto types = std::make_shared<CountingSource>(MakePeImage({.smaller_types = 60000}).bytes,
+    const auto types = std::make_shared<CountingSource>(MakePeImage({.other_types = 60000}).bytes,
                                                         std::uint64_t{1} << 40);
     EXPECT_EQ(PeVersionText(Blob(types)), "");
     EXPECT_LT(types->read_bytes, 20000U);

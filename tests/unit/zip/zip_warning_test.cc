@@ -105,6 +105,15 @@ TEST(CZIPCheckZIPContent, FindsNothingInAnEmptyArchive) {
     EXPECT_EQ(world.Archive().comment, "old");
 }
 
+TEST(CZIPCheckZIPContent, FindsNothingInAnEntryWithoutAName) {
+    World world;
+    world.Put({""});
+
+    EXPECT_FALSE(world.Check());
+
+    EXPECT_EQ(world.Archive().comment, "old");
+}
+
 TEST(CZIPCheckZIPContent, TakesAnArchiveThatCannotBeOpenedForHarmless) {
     World world;
     world.files.Put("/w/a.zip", "no archive");
@@ -193,11 +202,12 @@ TEST(CZIPCheckZIPContent, PutsNoWordOfOneArchiveIntoTheNext) {
     World world;
     world.Put({"setup.exe"});
     world.files.Put("/w/f", "x");
+    world.factory.PutArchive("/w/b.zip", FakeArchive{"its own", {}});
 
     world.Check();
     world.zip.ZIPAttach("/w/b.zip", "/w/f", 5);
 
-    EXPECT_EQ(world.factory.ArchiveAt("/w/b.zip").comment, "");
+    EXPECT_EQ(world.factory.ArchiveAt("/w/b.zip").comment, "its own");
 }
 
 TEST(CZIPZipAddWarning, DoesNothingForAnEmptyList) {
@@ -224,6 +234,21 @@ TEST(CZIPZipAddWarning, AddsTheWarningAtTheGivenLevel) {
                 ElementsAre(fakes::LogLine{"CZIP", "ZipAddWarning", " for /w/a.zip", 12}));
 }
 
+TEST(CZIPZipAddWarning, PutsWholeLinesIntoTheCommentUpToItsLastByte) {
+    const std::size_t room = 65535 - Warning("a\r\n").size() - 2;
+    const std::string fits = "a\r\n" + std::string(room, 'b') + "\r\n";
+    const std::string too_long = "a\r\n" + std::string(room + 1, 'b') + "\r\n";
+    World world;
+    world.Put({"setup.exe"});
+
+    world.zip.ZipAddWarning("/w/a.zip", fits, 5);
+    EXPECT_EQ(world.Archive().comment, Warning(fits));
+
+    world.zip.ZipAddWarning("/w/a.zip", too_long, 5);
+    EXPECT_EQ(world.Archive().comment, Warning("a\r\n"));
+    EXPECT_EQ(world.Archive().entries.back().content, Warning(too_long));
+}
+
 TEST(CZIPZipAddWarning, ReportsAFailureAndReturnsFalse) {
     World world;
     world.Put({"setup.exe"});
@@ -239,11 +264,12 @@ TEST(CZIPZipAddWarning, PutsNoWordOfOneArchiveIntoTheNext) {
     World world;
     world.Put({"setup.exe"});
     world.files.Put("/w/f", "x");
+    world.factory.PutArchive("/w/b.zip", FakeArchive{"its own", {}});
 
     world.zip.ZipAddWarning("/w/a.zip", "setup.exe\r\n", 5);
     world.zip.ZIPAttach("/w/b.zip", "/w/f", 5);
 
-    EXPECT_EQ(world.factory.ArchiveAt("/w/b.zip").comment, "");
+    EXPECT_EQ(world.factory.ArchiveAt("/w/b.zip").comment, "its own");
 }
 
 }  // namespace
