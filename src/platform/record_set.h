@@ -58,6 +58,10 @@ class RecordSet {
     // appended before keep theirs, matched by name. kNotFound / kIo for the file (3002, 3003),
     // kMalformed (3003, with the offset) for a damaged one; the set is then left closed.
     virtual Status OpenFile(const std::string& path) = 0;
+
+    // As OpenFile, from bytes that need not lie in a file of their own; they are read once, in
+    // order. What reading them fails with is passed on.
+    virtual Status OpenBlob(const Blob& content) = 0;
     virtual Status Close() = 0;
     virtual int State() const = 0;
 

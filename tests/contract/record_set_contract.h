@@ -614,6 +614,43 @@ TEST_P(RecordSetContract, LoadsWhatItSaved) {
     EXPECT_EQ(world_->Read(again), world_->Read(path));
 }
 
+TEST_P(RecordSetContract, LoadsWhatItSavedFromBytesAsWell) {
+    const std::string path = world_->PathOf("folders.adtg");
+    EXPECT_TRUE(FoldersOf({{1, "a"}, {2, "b"}})->Save(path, kPersistAdtg).ok());
+    const std::string bytes = world_->Read(path);
+
+    ASSERT_TRUE(set_->OpenBlob(Blob::FromString(bytes)).ok());
+    EXPECT_EQ(set_->State(), kStateOpen);
+    EXPECT_EQ(TextOf(*set_, "FolderID"), "a");
+    EXPECT_EQ(Keys(*set_), (KeyList{1, 2}));
+    EXPECT_EQ(NumberOf(set_->OpenBlob(Blob::FromString(bytes))), kObjectOpen);
+}
+
+TEST_P(RecordSetContract, StaysClosedWhenBytesCannotBeRead) {
+    const std::string path = world_->PathOf("folders.adtg");
+    EXPECT_TRUE(FoldersOf({{1, "a"}, {2, "b"}})->Save(path, kPersistAdtg).ok());
+    const std::string bytes = world_->Read(path);
+    for (const std::string& content :
+         {std::string(), std::string("no record set"), bytes.substr(0, bytes.size() - 3)}) {
+        const Status opened = set_->OpenBlob(Blob::FromString(content));
+        ASSERT_FALSE(opened.ok());
+        EXPECT_EQ(opened.error().kind, ErrorKind::kMalformed);
+        EXPECT_EQ(set_->State(), kStateClosed);
+    }
+
+    class Unreadable final : public Blob::Source {
+     public:
+        std::uint64_t size_bytes() const override { return 1000; }
+        Status ReadAt(std::uint64_t, char*, std::size_t) const override {
+            return RuntimeError(kDiskFull, "why");
+        }
+    };
+    const Status opened = set_->OpenBlob(Blob(std::make_shared<Unreadable>()));
+    ASSERT_FALSE(opened.ok());
+    EXPECT_EQ(opened.error().number, kDiskFull);
+    EXPECT_EQ(set_->State(), kStateClosed);
+}
+
 TEST_P(RecordSetContract, SavesOnlyWhatTheFilterShows) {
     auto set = FoldersOf({{1, "A"}, {2, "B"}, {1, "C"}});
     ASSERT_TRUE(set->SetFilter("FolderKey=1").ok());

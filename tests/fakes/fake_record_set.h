@@ -52,6 +52,15 @@ class FakeRecordSet final : public RecordSet {
         Start();
         return {};
     }
+    Status OpenBlob(const Blob& content) override {
+        TREVIX_RETURN_IF_ERROR(plan_.Enter("recordset.OpenBlob"));
+        const auto text = content.ToString();
+        if (!text.ok()) return text.error();
+        if (!Parse(text.value())) return RuntimeError(kFileCouldNotBeRead);
+        open_ = true;
+        at_ = 0;
+        return {};
+    }
     Status Close() override {
         TREVIX_RETURN_IF_ERROR(plan_.Enter("recordset.Close"));
         if (!open_) return RuntimeError(kObjectClosed);

@@ -138,8 +138,7 @@ class RowReader {
         switch (described.kind) {
             case CellKind::kText:
                 if (size % 2 != 0) return Fail("a text of half a character");
-                AssignFromUtf16(reader_.data(), size / 2, text_);
-                StoreText(column, text_);
+                StoreUnits(column, size / 2);
                 break;
             case CellKind::kBytes:
                 StoreText(column, {reinterpret_cast<const char*>(reader_.data()), size});
@@ -170,7 +169,18 @@ class RowReader {
         return true;
     }
 
-    // Neighbouring rows often share a text, which then needs no search.
+    // Neighbouring rows often share a text, which then needs no conversion,
+    void StoreUnits(std::size_t column, std::size_t unit_count) {
+        const std::string_view guess = table_.pool().View(guesses_[column]);
+        if (IsAsciiOfUtf16(guess, reader_.data(), unit_count)) {
+            Table::Store(image_.data(), columns_[column], guesses_[column]);
+            return;
+        }
+        AssignFromUtf16(reader_.data(), unit_count, text_);
+        StoreText(column, text_);
+    }
+
+    // or at least no search.
     void StoreText(std::size_t column, std::string_view text) {
         guesses_[column] = table_.pool().Intern(text, guesses_[column]);
         Table::Store(image_.data(), columns_[column], guesses_[column]);
@@ -192,7 +202,7 @@ class RowReader {
 };
 
 Error Damage(const ByteReader& reader, const std::string& problem, std::uint64_t offset) {
-    const bool failed = reader.system_error() != 0;
+    const bool failed = reader.failure().has_value();
     Error error =
         RuntimeError(kFileCouldNotBeRead, (failed ? std::string("reading failed") : problem) +
                                               " at offset " + std::to_string(offset));

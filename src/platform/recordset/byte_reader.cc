@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "platform/errors.h"
+
 namespace trevix::recordset {
 namespace {
 
@@ -23,8 +25,14 @@ ByteReader::ByteReader(int descriptor, std::uint64_t size) : descriptor_(descrip
     at_ = end_ = buffer_.data();
 }
 
+ByteReader::ByteReader(const Blob& content) : blob_(&content), size_(content.size_bytes()) {
+    buffer_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(size_, kBufferBytes)));
+    at_ = end_ = buffer_.data();
+}
+
 bool ByteReader::Refill(std::size_t count) {
-    if (count > remaining() || descriptor_ < 0 || system_error_ != 0) return false;
+    const bool has_source = descriptor_ >= 0 || blob_ != nullptr;
+    if (count > remaining() || !has_source || failure_) return false;
     filled_ = static_cast<std::size_t>(end_ - at_);
     if (filled_ > 0) std::memmove(buffer_.data(), at_, filled_);
     at_ = buffer_.data();
@@ -43,18 +51,29 @@ bool ByteReader::Refill(std::size_t count) {
 }
 
 bool ByteReader::ReadMore() {
-    const auto left = static_cast<std::size_t>(
+    const auto most = static_cast<std::size_t>(
         std::min<std::uint64_t>(buffer_.size() - filled_, size_ - end_offset_));
+    const std::size_t got = blob_ != nullptr ? ReadBlob(most) : ReadDescriptor(most);
+    filled_ += got;
+    end_offset_ += got;
+    return got > 0;
+}
+
+std::size_t ByteReader::ReadDescriptor(std::size_t most) {
     ssize_t got = 0;
     do {
-        got = ::read(descriptor_, buffer_.data() + filled_, left);
+        got = ::read(descriptor_, buffer_.data() + filled_, most);
     } while (got < 0 && errno == EINTR);
-    if (got < 0) system_error_ = errno;
-    if (got == 0) system_error_ = EIO;  // the file became shorter
-    if (got <= 0) return false;
-    filled_ += static_cast<std::size_t>(got);
-    end_offset_ += static_cast<std::uint64_t>(got);
-    return true;
+    // At the end the file has become shorter.
+    if (got <= 0) failure_ = SystemError(got < 0 ? errno : EIO, {});
+    return got < 0 ? 0 : static_cast<std::size_t>(got);
+}
+
+std::size_t ByteReader::ReadBlob(std::size_t most) {
+    auto* const target = reinterpret_cast<char*>(buffer_.data() + filled_);
+    const Status read = blob_->ReadAt(end_offset_, target, most);
+    if (!read.ok()) failure_ = read.error();
+    return read.ok() ? most : 0;
 }
 
 }  // namespace trevix::recordset

@@ -4,8 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <string_view>
 #include <vector>
+
+#include "platform/blob.h"
+#include "platform/result.h"
 
 namespace trevix::recordset {
 
@@ -15,6 +19,9 @@ class ByteReader {
 
     // Reads `size` bytes from the descriptor, which stays the caller's.
     ByteReader(int descriptor, std::uint64_t size);
+
+    // Reads `content`, which outlives the reader.
+    explicit ByteReader(const Blob& content);
 
     ByteReader(const ByteReader&) = delete;
     ByteReader& operator=(const ByteReader&) = delete;
@@ -49,17 +56,20 @@ class ByteReader {
     std::uint64_t offset() const { return end_offset_ - static_cast<std::uint64_t>(end_ - at_); }
     std::uint64_t remaining() const { return size_ - offset(); }
 
-    // The errno value of a failed read, else 0.
-    int system_error() const { return system_error_; }
+    // What reading failed with, if it did.
+    const std::optional<Error>& failure() const { return failure_; }
 
  private:
     bool Refill(std::size_t count);
     bool ReadMore();
+    std::size_t ReadDescriptor(std::size_t most);
+    std::size_t ReadBlob(std::size_t most);
 
     int descriptor_ = -1;
+    const Blob* blob_ = nullptr;
     std::uint64_t size_ = 0;
     std::uint64_t end_offset_ = 0;  // of end_
-    int system_error_ = 0;
+    std::optional<Error> failure_;
     std::vector<std::uint8_t> buffer_;
     std::size_t filled_ = 0;
     const std::uint8_t* at_ = nullptr;

@@ -21,6 +21,7 @@ class ClientRecordSet : public RecordSet {
                   int attributes) override;
     Status Open() override;
     Status OpenFile(const std::string& path) override;
+    Status OpenBlob(const Blob& content) override;
     Status Close() override;
     int State() const override { return records_ ? kStateOpen : kStateClosed; }
     int FieldCount() const override { return static_cast<int>(fields().size()); }
@@ -72,6 +73,7 @@ class ClientRecordSet : public RecordSet {
 
     void Use(std::unique_ptr<Records> records);
     Result<std::unique_ptr<Records>> Load(const std::string& path) const;
+    Status UseLoaded(Result<std::unique_ptr<Records>> loaded);
     Status WriteNewFile(const std::string& path);
 
     // The column of that name; columns().size() when there is none.

@@ -51,13 +51,29 @@ Status ClientRecordSet::OpenFile(const std::string& path) {
     if (records_) return RuntimeError(kObjectOpen);
     list_ended_ = true;
     try {
-        auto loaded = Load(path);
-        if (!loaded.ok()) return loaded.error();
-        loaded.value()->table().LimitTexts(appended_);
-        Use(std::move(loaded).value());
+        return UseLoaded(Load(path));
     } catch (const std::bad_alloc&) {
         return RuntimeError(kOutOfMemory, path);
     }
+}
+
+Status ClientRecordSet::OpenBlob(const Blob& content) {
+    if (records_) return RuntimeError(kObjectOpen);
+    list_ended_ = true;
+    try {
+        ByteReader reader(content);
+        auto loaded = ReadAdtg(reader);
+        if (reader.failure()) loaded = *reader.failure();
+        return UseLoaded(std::move(loaded));
+    } catch (const std::bad_alloc&) {
+        return RuntimeError(kOutOfMemory);
+    }
+}
+
+Status ClientRecordSet::UseLoaded(Result<std::unique_ptr<Records>> loaded) {
+    if (!loaded.ok()) return loaded.error();
+    loaded.value()->table().LimitTexts(appended_);
+    Use(std::move(loaded).value());
     GoToFirst();
     return {};
 }

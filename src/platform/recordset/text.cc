@@ -1,6 +1,7 @@
 #include "platform/recordset/text.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 namespace trevix::recordset {
@@ -29,6 +30,45 @@ std::uint64_t LowerEight(std::uint64_t word) {
     const std::uint64_t after_z = low + kOnes * (0x7F - 'Z');
     const std::uint64_t upper = (from_a ^ after_z) & ~word & kHighBits;
     return word | (upper >> 2);
+}
+
+// Words of bytes whose first one is the lowest.
+template <typename Word>
+Word LittleEndian(Word word) {
+    if constexpr (std::endian::native == std::endian::little) return word;
+    Word turned = 0;
+    for (std::size_t i = 0; i < sizeof word; ++i)
+        turned = static_cast<Word>(turned << 8 | (word >> (8 * i) & 0xFF));
+    return turned;
+}
+
+template <typename Word>
+Word LoadLittleEndian(const void* bytes) {
+    Word word = 0;
+    std::memcpy(&word, bytes, sizeof word);
+    return LittleEndian(word);
+}
+
+// Bits that no unit of an ASCII character has.
+constexpr std::uint64_t kBeyondAscii = 0xFF80FF80FF80FF80U;
+
+// The four characters of such units, the first one lowest.
+std::uint32_t PackFourUnits(std::uint64_t units) {
+    units |= units >> 8;
+    units &= 0x0000FFFF0000FFFFU;
+    return static_cast<std::uint32_t>(units | units >> 16);
+}
+
+// As many ASCII characters as `units` begin with, in steps of four, and none behind these.
+std::size_t PackAscii(const unsigned char* units, std::size_t unit_count, char* target) {
+    std::size_t at = 0;
+    for (; at + 4 <= unit_count; at += 4) {
+        const auto four = LoadLittleEndian<std::uint64_t>(units + 2 * at);
+        if ((four & kBeyondAscii) != 0) break;
+        const std::uint32_t packed = LittleEndian(PackFourUnits(four));
+        std::memcpy(target + at, &packed, sizeof packed);
+    }
+    return at;
 }
 
 unsigned char LowerByte(char byte) {
@@ -175,9 +215,12 @@ void AppendUtf16(std::string_view text, std::string& target) {
 void AssignFromUtf16(const unsigned char* units, std::size_t unit_count, std::string& text) {
     text.resize(unit_count);
     unsigned seen = 0;
-    for (std::size_t i = 0; i < unit_count; ++i) {
-        text[i] = static_cast<char>(units[2 * i]);
-        seen |= (units[2 * i] & 0x80U) | units[2 * i + 1];
+    std::size_t packed = PackAscii(units, unit_count, text.data());
+    // A long rest is not ASCII and turned in another way below.
+    if (unit_count - packed >= 4) seen = 1;
+    for (; packed < unit_count && seen == 0; ++packed) {
+        text[packed] = static_cast<char>(units[2 * packed]);
+        seen |= (units[2 * packed] & 0x80U) | units[2 * packed + 1];
     }
     if (seen == 0) return;
     text.clear();
@@ -188,6 +231,21 @@ void AssignFromUtf16(const unsigned char* units, std::size_t unit_count, std::st
         }
         AppendCharacter(unit, text);
     }
+}
+
+bool IsAsciiOfUtf16(std::string_view text, const unsigned char* units, std::size_t unit_count) {
+    if (text.size() != unit_count) return false;
+    std::size_t at = 0;
+    for (; at + 4 <= unit_count; at += 4) {
+        const auto four = LoadLittleEndian<std::uint64_t>(units + 2 * at);
+        const auto expected = LoadLittleEndian<std::uint32_t>(text.data() + at);
+        if ((four & kBeyondAscii) != 0 || PackFourUnits(four) != expected) return false;
+    }
+    for (; at < unit_count; ++at) {
+        if (units[2 * at] >= 0x80 || units[2 * at + 1] != 0) return false;
+        if (units[2 * at] != ByteAt(text, at)) return false;
+    }
+    return true;
 }
 
 std::uint32_t FoldedHash(std::string_view text) {

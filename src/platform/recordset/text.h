@@ -26,6 +26,10 @@ void AppendUtf16(std::string_view text, std::string& target);
 // Replaces `text` by the normalized form of `unit_count` UTF-16LE units.
 void AssignFromUtf16(const unsigned char* units, std::size_t unit_count, std::string& text);
 
+// Whether the units are those of `text`, which is ASCII then. False for any other text, also for
+// one that the units stand for: it costs nothing but a conversion.
+bool IsAsciiOfUtf16(std::string_view text, const unsigned char* units, std::size_t unit_count);
+
 // Texts that are equal without regard to case have equal hashes.
 std::uint32_t FoldedHash(std::string_view text);
 bool FoldedEqual(std::string_view left, std::string_view right);

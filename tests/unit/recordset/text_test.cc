@@ -43,6 +43,55 @@ TEST(AppendUtf16, GivesBackWhatWasReadUnitForUnit) {
     }
 }
 
+std::string UnitsOf(const std::string& text) {
+    std::string units;
+    AppendUtf16(text, units);
+    return units;
+}
+
+const unsigned char* Bytes(const std::string& units) {
+    return reinterpret_cast<const unsigned char*>(units.data());
+}
+
+TEST(AssignFromUtf16, TakesAnyLengthAndPlaceOfWhatIsNotAscii) {
+    for (std::size_t length = 0; length < 20; ++length) {
+        for (std::size_t place = 0; place <= length; ++place) {
+            for (const char* other :
+                 {"", "\xC2\x80", "\xC3\xA4", "\xE6\x97\xA5", "\xF0\x9F\x98\x80"}) {
+                std::string text = std::string("abcdefghijklmnopqrst").substr(0, length);
+                text.insert(place, other);
+                const std::string units = UnitsOf(text);
+                std::string back = "left over from before, and longer";
+                AssignFromUtf16(Bytes(units), units.size() / 2, back);
+                ASSERT_EQ(back, text);
+            }
+        }
+    }
+}
+
+TEST(IsAsciiOfUtf16, ComparesEveryUnit) {
+    const std::string text = "abcdefghijk";
+    for (std::size_t length = 0; length <= text.size(); ++length) {
+        const std::string part = text.substr(0, length);
+        std::string units = UnitsOf(part);
+        EXPECT_TRUE(IsAsciiOfUtf16(part, Bytes(units), length));
+        EXPECT_FALSE(IsAsciiOfUtf16(part + "x", Bytes(units), length));
+        for (char& byte : units) {
+            byte = static_cast<char>(byte ^ 1);
+            EXPECT_FALSE(IsAsciiOfUtf16(part, Bytes(units), length));
+            byte = static_cast<char>(byte ^ 1);
+        }
+    }
+}
+
+// Two units that look like the two bytes of one character.
+TEST(IsAsciiOfUtf16, IsNeverTrueOfOtherCharacters) {
+    const std::string text = "\xC3\xA4\xC3\xA4\xC3\xA4";
+    const std::string units("\xC3\0\xA4\0\xC3\0\xA4\0\xC3\0\xA4\0", 12);
+    EXPECT_FALSE(IsAsciiOfUtf16(text, Bytes(units), 6));
+    EXPECT_FALSE(IsAsciiOfUtf16(text.substr(0, 2), Bytes(units), 2));
+}
+
 TEST(FoldedHash, IsTheSameForEveryCaseOfAsciiLetters) {
     std::string lower;
     std::string upper;
