@@ -4,21 +4,12 @@
 #include <utility>
 
 #include "cli/text_format.h"
+#include "cli/zip_content.h"
 #include "index/attach_index.h"
 #include "store/results_message.h"
-#include "zip/czip.h"
 
 namespace trevix::cli {
 namespace {
-
-// Codes of the unzip engine that say nothing about the archive.
-constexpr std::int16_t kOutOfMemoryCode = 4;
-constexpr std::int16_t kWriteCode = 14;
-constexpr std::int16_t kCreateCode = 15;
-
-Error Damaged(const std::string& why) {
-    return {ErrorKind::kMalformed, 0, why};
-}
 
 // The first attachment of that name.
 Result<std::unique_ptr<Attachment>> FindZip(Attachments& attachments) {
@@ -34,7 +25,8 @@ Result<std::unique_ptr<Attachment>> FindZip(Attachments& attachments) {
     return Error{ErrorKind::kNotFound, 0, "no index was saved"};
 }
 
-Status WriteZip(BasCI& state, const std::string& path) {
+// The archive that the index was saved in.
+Result<Blob> SavedZip(BasCI& state) {
     const std::unique_ptr<Message> message = GetResultsHM(state);
     if (message == nullptr) {
         return Error{ErrorKind::kMissing, 0, "the results message cannot be read"};
@@ -43,41 +35,25 @@ Status WriteZip(BasCI& state, const std::string& path) {
     if (!attachments.ok()) return attachments.error();
     auto zip = FindZip(*attachments.value());
     if (!zip.ok()) return zip.error();
-    return zip.value()->WriteToFile(path);
-}
-
-Status Extract(BasCI& state, const std::string& zip_path, std::string directory) {
-    CZIP zip(state.ports.zip, state.ports.files, state.log, state.Level);
-    const std::int16_t code = zip.ZIPExtract(zip_path, directory);
-    if (code == 0) return {};
-    const std::string why = CZIP::GetErrorDesc(code);
-    switch (code) {
-        case kWriteCode: return Error{ErrorKind::kNoSpace, 0, why};
-        case kOutOfMemoryCode:
-        case kCreateCode: return Error{ErrorKind::kIo, 0, why};
-        default: return Damaged(why);
-    }
+    const auto data = zip.value()->Field(kTagAttachmentData);
+    if (!data.ok()) return data.error();
+    const auto* const bytes = std::get_if<Blob>(&data.value());
+    return bytes == nullptr ? Blob() : *bytes;
 }
 
 }  // namespace
 
 Result<std::unique_ptr<RecordSet>> LoadSavedIndex(BasCI& state) {
-    // Below this all is ours alone, so a run beside us does not meet it.
-    auto staging = state.ports.files.MakeStaging(state.TemporaryPath());
-    if (!staging.ok()) return staging.error();
-    const std::string& directory = staging.value()->path();
-    TREVIX_RETURN_IF_ERROR(WriteZip(state, directory + kAttachZipName));
-    TREVIX_RETURN_IF_ERROR(Extract(state, directory + kAttachZipName, directory));
-
+    const auto zip = SavedZip(state);
+    if (!zip.ok()) return zip.error();
+    const auto adtg = OpenZipContent(zip.value(), kAttachAdtgName);
+    if (!adtg.ok()) return adtg.error();
     auto index = state.ports.record_sets.CreateRecordSet();
     if (!index.ok()) return index;
-    const Status opened = index.value()->OpenFile(directory + kAttachAdtgName);
-    if (!opened.ok()) {
-        // An archive without the file is as damaged as one that cannot be unpacked.
-        const bool is_missing = opened.error().kind == ErrorKind::kNotFound;
-        return is_missing ? Damaged(std::string("it holds no ") + kAttachAdtgName) : opened.error();
+    TREVIX_RETURN_IF_ERROR(index.value()->OpenBlob(adtg.value()));
+    if (!HasAttachColumns(*index.value())) {
+        return Error{ErrorKind::kMalformed, 0, "it has another layout"};
     }
-    if (!HasAttachColumns(*index.value())) return Damaged("another layout");
     return index;
 }
 
@@ -93,10 +69,6 @@ std::unique_ptr<RecordSet> OpenSavedIndex(BasCI& state, Console& console) {
         case ErrorKind::kMalformed:
             console.Complain({"index", "the saved attachment index is damaged (" + why + ")",
                               "make it anew with \"trevixctl index --rebuild\""});
-            break;
-        case ErrorKind::kNoSpace:
-            console.Complain({"temporary files", "the attachment index does not fit (" + why + ")",
-                              "make room in TMPDIR (default /tmp), or set it to another place"});
             break;
         default: console.Complain({"index", "the attachment index cannot be read: " + why, ""});
     }

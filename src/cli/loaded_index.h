@@ -1,8 +1,8 @@
 // The attachment index as the last index run left it on the results message, for commands that look
 // things up in it.
 //
-// Takes no lock and writes nothing to the store: a run that goes on meanwhile replaces the saved
-// index as a whole when it ends.
+// Takes no lock and writes nothing, neither to the store nor to temporary files: a run that goes on
+// meanwhile replaces the saved index as a whole when it ends.
 #pragma once
 
 #include <memory>
@@ -15,7 +15,7 @@ namespace trevix::cli {
 
 // An open record set with the columns of the index. kNotFound when no index was saved yet, kMissing
 // when there is no results message, kMalformed when the saved index is damaged or of another
-// layout; kNoSpace, kIo and others when temporary files cannot be had.
+// layout.
 Result<std::unique_ptr<RecordSet>> LoadSavedIndex(BasCI& state);
 
 // The same; null after a complaint.
