@@ -188,6 +188,25 @@ TEST_F(IndexRunTest, RowsOfRemovedFoldersGoAndThoseOfOtherStoresStay) {
     EXPECT_EQ(world.Column("FileName"), (std::vector<std::string>{"a.txt", "b.txt"}));
 }
 
+TEST_F(IndexRunTest, RowsOfAFolderThatCouldNotBeRecognizedStay) {
+    auto& sub = world.inbox->Add("F2", "Sub");
+    world.AddMessage(sub, "third", {World::File("c.txt", "c")});
+    world.Rebuild();
+    world.index_recorder.on_event = [&](const std::string& event) {
+        if (event.starts_with("Progress Inbox")) {
+            world.plan.FailCalls("folder.Id", MessagingError(kDiskError));
+        }
+        if (event.starts_with("Progress Updating")) world.plan.Clear();
+    };
+
+    UpdateLater();
+
+    EXPECT_EQ(world.End(), "Complete 0");
+    EXPECT_TRUE(world.Logged("CIndex::GetAttachments: no folder record for 'Inbox\\Sub' "));
+    EXPECT_EQ(world.index().Summary().folders_failed, 1);
+    EXPECT_EQ(world.Column("FileName"), (std::vector<std::string>{"a.txt", "c.txt"}));
+}
+
 TEST_F(IndexRunTest, AFailedRunLeavesWhatWasSaved) {
     Both();
     world.Rebuild();
