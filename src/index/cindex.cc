@@ -16,7 +16,7 @@ constexpr int kTimerIntervalMs = 50;
 // The directory that a log-on name has for itself. Long names are cut, and told apart by a hash.
 std::string StoreFolderName(const std::string& logon_name) {
     constexpr std::size_t kLongest = 160;
-    const std::string safe = SafeFileComponent(logon_name);
+    std::string safe = SafeFileComponent(logon_name);
     if (logon_name.size() <= kLongest) return safe;
     std::uint64_t hash = 14695981039346656037ULL;
     for (const char c : logon_name) {

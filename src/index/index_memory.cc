@@ -62,7 +62,8 @@ void IndexMemory::Load(const std::string& text) {
     quiet_before_.clear();
     unfinished_.clear();
     if (!text.starts_with(kVersion)) return;
-    const std::string_view all = std::string_view(text).substr(kVersion.size());
+    std::string_view all = text;
+    all.remove_prefix(kVersion.size());
     const std::size_t separator = std::min(all.find(kSeparator), all.size());
     ReadHex(all.substr(0, separator), quiet_before_);
     if (separator < all.size()) ReadHex(all.substr(separator + 1), unfinished_);

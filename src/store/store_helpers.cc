@@ -71,7 +71,7 @@ std::string GetStationeryID(BasCI& state, Message& message) {
     const std::string rest = tag.substr(cid + 4);
     std::size_t end = rest.find('"');
     if (end == std::string::npos) end = rest.find('\'');
-    const std::string id = rest.substr(0, end);
+    std::string id = rest.substr(0, end);
     state.log.Write("basCI", "GetStationeryID", " found " + id, 8);
     return id;
 }
