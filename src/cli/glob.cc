@@ -67,6 +67,13 @@ bool Glob::MatchOne(std::string_view name, std::size_t& at, std::size_t& from) c
     return true;
 }
 
+std::size_t Glob::PlaceAfterStar(std::string_view name, std::size_t at, std::size_t from) const {
+    constexpr std::string_view kSpecial = "?[\\*";
+    const bool is_literal =
+        at < pattern_.size() && kSpecial.find(pattern_[at]) == std::string_view::npos;
+    return is_literal ? name.find(pattern_[at], from) : from;
+}
+
 // A "*" takes as little as it can; when that fails, only the last one has to take more.
 bool Glob::Matches(std::string_view name) const {
     const std::string folded = FoldCase(name);
@@ -77,16 +84,18 @@ bool Glob::Matches(std::string_view name) const {
     while (from < folded.size()) {
         if (at < pattern_.size() && pattern_[at] == '*') {
             star = at++;
+            from = PlaceAfterStar(folded, at, from);
             star_from = from;
             continue;
         }
         if (at < pattern_.size() && MatchOne(folded, at, from)) continue;
         if (star == std::string::npos) return false;
-        star_from += CharacterAt(folded, star_from).size();
         at = star + 1;
-        from = star_from;
+        from = PlaceAfterStar(folded, at, star_from + CharacterAt(folded, star_from).size());
+        star_from = from;
     }
-    return pattern_.find_first_not_of('*', at) == std::string::npos;
+    // Nothing of the name was left, or nothing in it that what stands behind the star begins with.
+    return from == folded.size() && pattern_.find_first_not_of('*', at) == std::string::npos;
 }
 
 }  // namespace trevix::cli

@@ -18,6 +18,10 @@ class Glob {
     // The pattern's element at `at` against the character of `name` at `from`; both move on.
     bool MatchOne(std::string_view name, std::size_t& at, std::size_t& from) const;
 
+    // Where the pattern from `at` on, behind a star, can begin: not before `from`; npos for
+    // nowhere.
+    std::size_t PlaceAfterStar(std::string_view name, std::size_t at, std::size_t from) const;
+
     std::string pattern_;  // folded
 };
 
