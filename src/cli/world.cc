@@ -125,7 +125,7 @@ class BuiltWorld final : public World {
     WorldPlan plan_;
     std::unique_ptr<PrivatePlace> place_;
     posix::SystemClock clock_;
-    posix::PollLoop loop_;
+    posix::PollLoop loop_{{}, posix::FirstTick::kAtOnce};
     eventlog::SystemEventLog system_log_;
     EventEcho event_log_;
     posix::PosixFileSystem files_;

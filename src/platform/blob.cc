@@ -14,6 +14,8 @@ class MemorySource final : public Blob::Source {
         return {};
     }
 
+    const char* in_memory() const override { return bytes_.data(); }
+
  private:
     std::string bytes_;
 };
@@ -67,6 +69,11 @@ class SlicedSource final : public Blob::Source {
         const int descriptor = whole_.descriptor(file_offset);
         if (descriptor >= 0) *file_offset += offset_;
         return descriptor;
+    }
+
+    const char* in_memory() const override {
+        const char* const whole = whole_.in_memory();
+        return whole == nullptr ? nullptr : whole + offset_;
     }
 
  private:

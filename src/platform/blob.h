@@ -40,6 +40,9 @@ class Blob {
         // *file_offset; -1 when there is none. Lets adapters copy or parse without a detour. The
         // descriptor stays owned by the source, and its file position is not to be relied on.
         virtual int descriptor(std::uint64_t* /*file_offset*/) const { return -1; }
+
+        // All the bytes, for as long as the source lives, when they are held in memory; else null.
+        virtual const char* in_memory() const { return nullptr; }
     };
 
     Blob() = default;
@@ -66,18 +69,26 @@ class Blob {
         return source_ ? source_->descriptor(file_offset) : -1;
     }
 
+    // As the source's: valid while any copy of this Blob lives.
+    const char* in_memory() const { return source_ ? source_->in_memory() : nullptr; }
+
     // Hands the bytes to `sink` (called as sink(const char*, std::size_t), returning a Status) in
     // order, in pieces of at most 256 KiB. Ends at the first failure of either side.
     template <typename Sink>
     Status ForEachPiece(Sink&& sink) const {
         constexpr std::uint64_t kPiece = std::uint64_t{256} * 1024;
-        std::string buffer;
         const std::uint64_t size = size_bytes();
-        buffer.resize(static_cast<std::size_t>(std::min(kPiece, size)));
+        const char* const held = in_memory();
+        std::string buffer;
+        if (held == nullptr) buffer.resize(static_cast<std::size_t>(std::min(kPiece, size)));
         for (std::uint64_t offset = 0; offset < size;) {
             const auto count = static_cast<std::size_t>(std::min(kPiece, size - offset));
-            TREVIX_RETURN_IF_ERROR(source_->ReadAt(offset, buffer.data(), count));
-            TREVIX_RETURN_IF_ERROR(sink(static_cast<const char*>(buffer.data()), count));
+            const char* bytes = held + offset;
+            if (held == nullptr) {
+                TREVIX_RETURN_IF_ERROR(source_->ReadAt(offset, buffer.data(), count));
+                bytes = buffer.data();
+            }
+            TREVIX_RETURN_IF_ERROR(sink(bytes, count));
             offset += count;
         }
         return {};

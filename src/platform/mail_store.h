@@ -125,7 +125,8 @@ class MailStore {
     // The bytes of a message as listed. kGone when it is not there any more.
     virtual Result<Blob> Read(const std::string& folder, const MailEntry& entry) = 0;
 
-    // Writes a replacement for the message as listed and makes it durable, without showing it.
+    // Writes a replacement for the message as listed, without showing it. It may be on its way to
+    // the disk still; Commit() shows nothing before it is durable.
     virtual Result<std::unique_ptr<StagedMail>> Stage(const std::string& folder,
                                                       const MailEntry& entry,
                                                       const Blob& content) = 0;

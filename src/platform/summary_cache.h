@@ -15,6 +15,7 @@ namespace trevix {
 struct MessageSummary {
     MailEntry entry;
     std::int64_t first_seen_ns = 0;  // 0: seen at first contact with the store
+    std::int64_t own_write_ns = 0;   // changed_ns of the entry as we wrote it; 0: others wrote it
     bool has_attachments = false;
     std::string subject;
     std::string message_class;

@@ -51,8 +51,9 @@ void LogWriter::DropOldestLine(const std::string& path) {
     const std::size_t line_feed = text.find('\n');
     // Without a line feed the text is kept from its first character.
     const std::size_t keep_from = line_feed == std::string::npos ? 0 : line_feed + 1;
-    pending.Step(state_.ports.files.WriteText(
-        path, std::string(TrimBlanks(text.substr(keep_from))) + kLineBreak));
+    text.erase(0, keep_from);
+    pending.Step(
+        state_.ports.files.WriteText(path, std::string(TrimBlanks(text)).append(kLineBreak)));
 }
 
 }  // namespace trevix

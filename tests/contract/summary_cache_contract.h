@@ -27,6 +27,7 @@ class SummaryCacheContract : public testing::TestWithParam<SummaryCacheParam> {
         message.entry.received_ns = -5 - number;
         message.entry.number = number;
         message.first_seen_ns = number % 2 == 0 ? 0 : 1'700'000'000'000'000'001;
+        message.own_write_ns = number % 3 == 0 ? 1'700'000'000'000'000'002 : 0;
         message.has_attachments = number % 3 == 0;
         message.subject = "Betreff \xC3\xA4 " + std::to_string(number);
         message.message_class = "IPM.Note";
@@ -54,6 +55,7 @@ class SummaryCacheContract : public testing::TestWithParam<SummaryCacheParam> {
             EXPECT_EQ(x.entry.received_ns, y.entry.received_ns);
             EXPECT_EQ(x.entry.number, y.entry.number);
             EXPECT_EQ(x.first_seen_ns, y.first_seen_ns);
+            EXPECT_EQ(x.own_write_ns, y.own_write_ns);
             EXPECT_EQ(x.has_attachments, y.has_attachments);
             EXPECT_EQ(x.subject, y.subject);
             EXPECT_EQ(x.message_class, y.message_class);

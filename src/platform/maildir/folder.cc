@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -80,6 +81,15 @@ Result<Folder> Folder::Open(int root, const std::string& relative) {
     folder.new_.Reset(::openat(folder.folder_.get(), "new", kDirectoryFlags));
     if (!folder.new_.valid() && errno != ENOENT) return CannotRead(shown + "/new", errno);
     return folder;
+}
+
+bool Folder::IsStillIn(int root) const {
+    struct stat there {};
+    struct stat opened {};
+    const char* path = relative_.empty() ? "." : relative_.c_str();
+    return ::fstatat(root, path, &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+           ::fstat(folder_.get(), &opened) == 0 && there.st_ino == opened.st_ino &&
+           there.st_dev == opened.st_dev;
 }
 
 UniqueDescriptor Folder::OpenTmp() const {

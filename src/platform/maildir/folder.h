@@ -52,6 +52,9 @@ class Folder {
     // no folder (kNotFound). 8004011D with a sentence when it may not be read.
     static Result<Folder> Open(int root, const std::string& relative);
 
+    // Whether the path still leads to the directory that was opened.
+    bool IsStillIn(int root) const;
+
     const std::string& relative() const { return relative_; }
     int directory(Place place) const { return place == Place::kNew ? new_.get() : cur_.get(); }
 

@@ -113,6 +113,19 @@ Result<std::string> MaildirStore::DirectoryOf(const std::string& folder) {
     return found->second;
 }
 
+Result<std::shared_ptr<const Folder>> MaildirStore::OpenFolder(const std::string& folder) {
+    const auto directory = DirectoryOf(folder);
+    if (!directory.ok()) return directory.error();
+    const bool same = open_folder_ != nullptr && open_folder_->relative() == directory.value() &&
+                      open_folder_->IsStillIn(root());
+    if (same) return open_folder_;
+    open_folder_.reset();
+    auto opened = Folder::Open(root(), directory.value());
+    if (!opened.ok()) return opened.error();
+    open_folder_ = std::make_shared<const Folder>(std::move(opened).value());
+    return open_folder_;
+}
+
 Result<MailChange> MaildirStore::List(const std::string& folder, const MailListing* known) {
     constexpr int kLooks = 3;
     const auto container = std::find_if(
@@ -131,12 +144,12 @@ Result<MailChange> MaildirStore::List(const std::string& folder, const MailListi
         unchanged.changed = false;
         return unchanged;
     }
-    const auto open = Folder::Open(root(), directory.value());
+    const auto open = OpenFolder(folder);
     if (!open.ok()) return open.error();
     // While a directory changes under the reader, it may hide what is renamed just then.
     MailChange change;
     for (int look = 0; look < kLooks; ++look) {
-        auto listing = ReadListing(open.value(), known);
+        auto listing = ReadListing(*open.value(), known);
         if (!listing.ok()) return listing.error();
         change.listing = std::move(listing).value();
         FolderStamp after = StampOf(root(), directory.value());
@@ -151,16 +164,14 @@ Result<MailChange> MaildirStore::List(const std::string& folder, const MailListi
 }
 
 Result<Blob> MaildirStore::Read(const std::string& folder, const MailEntry& entry) {
-    const auto directory = DirectoryOf(folder);
-    if (!directory.ok()) return directory.error();
     auto known = DecodeLocator(entry.locator);
     if (!known) return MessagingError(kInvalidEntryId, entry.key);
-    const auto open = Folder::Open(root(), directory.value());
+    const auto open = OpenFolder(folder);
     if (!open.ok()) return open.error();
 
     // Two turns: the file may be renamed between the look and the opening.
     for (int turn = 0; turn < 2; ++turn) {
-        const Located located = open.value().Locate(*known, Match::kWithoutTime);
+        const Located located = open.value()->Locate(*known, Match::kWithoutTime);
         if (located.where == Whereabouts::kUnknown) {
             return StoreSystemError(located.system_error, known->name);
         }
@@ -169,7 +180,7 @@ Result<Blob> MaildirStore::Read(const std::string& folder, const MailEntry& entr
             return MessagingError(kObjectChanged);
         }
         if (located.where == Whereabouts::kGone) break;
-        UniqueDescriptor file(::openat(open.value().directory(located.identity.place),
+        UniqueDescriptor file(::openat(open.value()->directory(located.identity.place),
                                        located.identity.name.c_str(),
                                        O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         struct stat about {};
@@ -187,16 +198,14 @@ Result<Blob> MaildirStore::Read(const std::string& folder, const MailEntry& entr
 Result<std::unique_ptr<StagedMail>> MaildirStore::Stage(const std::string& folder,
                                                         const MailEntry& entry,
                                                         const Blob& content) {
-    const auto directory = DirectoryOf(folder);
-    if (!directory.ok()) return directory.error();
-    auto open = Folder::Open(root(), directory.value());
+    const auto open = OpenFolder(folder);
     if (!open.ok()) return open.error();
     if (context_->journal == nullptr) {
         auto journal = Journal::Create(root());
         if (!journal.ok()) return journal.error();
         context_->journal = std::move(journal).value();
     }
-    auto staged = StageReplacement(context_, clock_, std::move(open).value(), entry, content);
+    auto staged = StageReplacement(context_, clock_, open.value(), entry, content);
     if (!staged.ok() && staged.error().kind == ErrorKind::kChanged) distrusted_.insert(folder);
     return staged;
 }

@@ -51,12 +51,16 @@ class MaildirStore final : public MailStore {
     int root() const { return context_->root.get(); }
     Status ReadTree();
     Result<std::string> DirectoryOf(const std::string& folder);
+    Result<std::shared_ptr<const Folder>> OpenFolder(const std::string& folder);
 
     std::string path_;
     std::unique_ptr<HiddenMailStore> hidden_;
     Clock& clock_;
     std::shared_ptr<ReplacementContext> context_;
     FolderTree tree_;
+
+    // The folder used last, for a run reads and replaces one message after another in it.
+    std::shared_ptr<const Folder> open_folder_;
 
     // Folders whose earlier listing has proved wrong without a change of their directories:
     // somebody set a message's time, say. Their next listing looks at every file.

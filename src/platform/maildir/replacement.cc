@@ -8,6 +8,8 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <future>
 #include <utility>
 
 #include "platform/errors.h"
@@ -62,10 +64,7 @@ class Copier {
     explicit Copier(int file) : file_(file) {}
 
     Status Write(const char* bytes, std::size_t count) {
-        for (std::size_t at = 0; at < count; ++at) {
-            if (bytes[at] == '\n' && last_ != '\r') ++bare_line_feeds_;
-            last_ = bytes[at];
-        }
+        CountLineFeeds(bytes, count);
         size_bytes_ += count;
         while (count > 0) {
             const ssize_t wrote = ::write(file_, bytes, count);
@@ -81,6 +80,17 @@ class Copier {
     std::uint64_t size_with_crlf() const { return size_bytes_ + bare_line_feeds_; }
 
  private:
+    void CountLineFeeds(const char* bytes, std::size_t count) {
+        const char* const end = bytes + count;
+        for (const char* at = bytes; at != end; ++at) {
+            at =
+                static_cast<const char*>(std::memchr(at, '\n', static_cast<std::size_t>(end - at)));
+            if (at == nullptr) break;
+            if ((at == bytes ? last_ : at[-1]) != '\r') ++bare_line_feeds_;
+        }
+        if (count > 0) last_ = end[-1];
+    }
+
     int file_;
     std::uint64_t size_bytes_ = 0;
     std::uint64_t bare_line_feeds_ = 0;
@@ -115,8 +125,8 @@ void AddToQuotaFile(int root, std::int64_t difference) {
 
 class StagedFile final : public StagedMail {
  public:
-    StagedFile(std::shared_ptr<ReplacementContext> context, Folder folder, Identity old_mail,
-               std::int32_t number)
+    StagedFile(std::shared_ptr<ReplacementContext> context, std::shared_ptr<const Folder> folder,
+               Identity old_mail, std::int32_t number)
         : context_(std::move(context)),
           journal_(context_->journal),
           folder_(std::move(folder)),
@@ -126,6 +136,7 @@ class StagedFile final : public StagedMail {
     StagedFile& operator=(const StagedFile&) = delete;
 
     ~StagedFile() override {
+        if (synced_.valid()) synced_.wait();
         if (in_tmp_) ::unlinkat(tmp_.get(), tmp_name_.c_str(), 0);
     }
 
@@ -140,25 +151,28 @@ class StagedFile final : public StagedMail {
 
  private:
     Status Create(Clock& clock);
+    Status WaitUntilDurable();
     Status Show();
     Result<Identity> TakeTheOldOnesPlace();
     void Undo();
 
     std::shared_ptr<ReplacementContext> context_;
     std::shared_ptr<Journal> journal_;
-    Folder folder_;
+    std::shared_ptr<const Folder> folder_;
     Identity old_;
     Identity new_;
     std::int32_t number_;
     UniqueDescriptor tmp_;
     UniqueDescriptor file_;
+    std::future<int> synced_;  // 0 or the error number, which then stays below
+    int sync_failure_ = 0;
     std::string tmp_name_;
     bool in_tmp_ = false;
 };
 
 Status StagedFile::Create(Clock& clock) {
-    tmp_ = folder_.OpenTmp();
-    if (!tmp_.valid()) return StoreSystemError(errno, folder_.relative() + "/tmp");
+    tmp_ = folder_->OpenTmp();
+    if (!tmp_.valid()) return StoreSystemError(errno, folder_->relative() + "/tmp");
     const std::size_t room = kLongestFields + SuffixOf(old_.name).size();
     tmp_name_ = UniqueBase({clock.UnixNanoseconds(), static_cast<int>(::getpid()),
                             ++context_->counter, journal_->id(), context_->host},
@@ -172,7 +186,7 @@ Status StagedFile::Create(Clock& clock) {
 
 Status StagedFile::Write(Clock& clock, const Blob& content) {
     struct stat old_about {};
-    if (::fstatat(folder_.directory(old_.place), old_.name.c_str(), &old_about,
+    if (::fstatat(folder_->directory(old_.place), old_.name.c_str(), &old_about,
                   AT_SYMLINK_NOFOLLOW) != 0) {
         return errno == ENOENT ? Gone() : StoreSystemError(errno, old_.name);
     }
@@ -181,7 +195,8 @@ Status StagedFile::Write(Clock& clock, const Blob& content) {
     TREVIX_RETURN_IF_ERROR(content.ForEachPiece(
         [&copier](const char* bytes, std::size_t count) { return copier.Write(bytes, count); }));
     TREVIX_RETURN_IF_ERROR(CopyAttributes(file_.get(), old_about, old_.name));
-    if (::fsync(file_.get()) != 0) return StoreSystemError(errno, tmp_name_);
+    // The disk works while the caller proves what was written.
+    synced_ = context_->helper.Run([file = file_.get()] { return ::fsync(file) == 0 ? 0 : errno; });
 
     struct stat about {};
     if (::fstat(file_.get(), &about) != 0) return StoreSystemError(errno, tmp_name_);
@@ -199,10 +214,12 @@ Status StagedFile::Write(Clock& clock, const Blob& content) {
 
 Result<MailEntry> StagedFile::Commit() {
     if (!in_tmp_) return MessagingError(kCallFailed, "the replacement was committed before;");
-    TREVIX_RETURN_IF_ERROR(AsListed(folder_.Locate(old_, Match::kWithTime), old_.name));
+    TREVIX_RETURN_IF_ERROR(AsListed(folder_->Locate(old_, Match::kWithTime), old_.name));
     context_->At(Step::kCompared);
-    TREVIX_RETURN_IF_ERROR(journal_->Begin({0, folder_.relative(), old_, new_}));
+    // Both are durable before anything shows; which of them is first does not matter.
+    TREVIX_RETURN_IF_ERROR(journal_->Begin({0, folder_->relative(), old_, new_}));
     context_->At(Step::kRecorded);
+    TREVIX_RETURN_IF_ERROR(WaitUntilDurable());
     TREVIX_RETURN_IF_ERROR(Show());
     auto placed = TakeTheOldOnesPlace();
     if (!placed.ok()) {
@@ -224,8 +241,14 @@ Result<MailEntry> StagedFile::Commit() {
     return entry;
 }
 
+Status StagedFile::WaitUntilDurable() {
+    if (synced_.valid()) sync_failure_ = synced_.get();
+    if (sync_failure_ != 0) return StoreSystemError(sync_failure_, tmp_name_);
+    return {};
+}
+
 Status StagedFile::Show() {
-    if (RenameExclusively(tmp_.get(), tmp_name_, folder_.directory(new_.place), new_.name) != 0) {
+    if (RenameExclusively(tmp_.get(), tmp_name_, folder_->directory(new_.place), new_.name) != 0) {
         return StoreSystemError(errno, new_.name);
     }
     in_tmp_ = false;
@@ -234,13 +257,13 @@ Status StagedFile::Show() {
 }
 
 Result<Identity> StagedFile::TakeTheOldOnesPlace() {
-    if (::fsync(folder_.directory(new_.place)) != 0) return StoreSystemError(errno, new_.name);
-    journal_->Synced(folder_.directory(new_.place));
+    if (::fsync(folder_->directory(new_.place)) != 0) return StoreSystemError(errno, new_.name);
+    journal_->Synced(folder_->directory(new_.place));
     context_->At(Step::kShownDurably);
     std::vector<Place> unsynced;
-    auto placed = RetireOld(folder_, old_, new_, context_->hook, unsynced);
+    auto placed = RetireOld(*folder_, old_, new_, context_->hook, unsynced);
     for (const Place place : unsynced) {
-        journal_->Pending(folder_.directory(place));
+        journal_->Pending(folder_->directory(place));
     }
     return placed;
 }
@@ -249,10 +272,10 @@ Result<Identity> StagedFile::TakeTheOldOnesPlace() {
 // next opening of the store finishes the replacement.
 void StagedFile::Undo() {
     for (int chase = 0; chase < kLongestChase; ++chase) {
-        const Located located = folder_.Locate(new_, Match::kWithoutTime);
+        const Located located = folder_->Locate(new_, Match::kWithoutTime);
         if (located.where == Whereabouts::kGone) return;
         if (located.where != Whereabouts::kThere && located.where != Whereabouts::kRenamed) break;
-        const int directory = folder_.directory(located.identity.place);
+        const int directory = folder_->directory(located.identity.place);
         if (::unlinkat(directory, located.identity.name.c_str(), 0) == 0) {
             journal_->Pending(directory);
             return;
@@ -331,11 +354,12 @@ Result<Identity> RetireOld(const Folder& folder, Identity old_mail, Identity new
 }
 
 Result<std::unique_ptr<StagedMail>> StageReplacement(std::shared_ptr<ReplacementContext> context,
-                                                     Clock& clock, Folder folder,
+                                                     Clock& clock,
+                                                     std::shared_ptr<const Folder> folder,
                                                      const MailEntry& entry, const Blob& content) {
     auto old_mail = DecodeLocator(entry.locator);
     if (!old_mail) return MessagingError(kInvalidEntryId, entry.key);
-    TREVIX_RETURN_IF_ERROR(AsListed(folder.Locate(*old_mail, Match::kWithTime), old_mail->name));
+    TREVIX_RETURN_IF_ERROR(AsListed(folder->Locate(*old_mail, Match::kWithTime), old_mail->name));
     auto staged = std::make_unique<StagedFile>(std::move(context), std::move(folder),
                                                *std::move(old_mail), entry.number);
     TREVIX_RETURN_IF_ERROR(staged->Write(clock, content));

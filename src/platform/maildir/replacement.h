@@ -2,10 +2,11 @@
 //
 // The order of the steps, and what a death at each leaves. O is the old file, N the new one.
 //
-//   1  N is written in tmp/ under its unique name, with O's owner, mode and time, and synced.
+//   1  N is written in tmp/ under its unique name, with O's owner, mode and time. Its sync begins,
+//      on a helper thread, and is waited for at the end of step 2.
 //         Death: O stands; N lies in tmp/ under a name with the journal's id, and is swept.
 //   2  O is compared with the listing once more; the record (folder, O, N by name, inode, size and
-//      time) is written to the journal and synced.
+//      time) is written to the journal and synced. N is durable as well now.
 //         Death: as before. A torn record fails its checksum, and nothing has been done under it.
 //   3  N is renamed from tmp/ to O's directory, never over another file.
 //         Death: both are there, each whole. Recovery finds N as recorded, and removes O.
@@ -42,6 +43,7 @@
 #include <string>
 
 #include "platform/clock.h"
+#include "platform/helper_thread.h"
 #include "platform/mail_store.h"
 #include "platform/maildir/folder.h"
 #include "platform/maildir/identity.h"
@@ -71,15 +73,17 @@ struct ReplacementContext {
     std::string host;
     int counter = 0;  // of the names made so far
     StepHook hook;
+    HelperThread helper;  // waits for the disk
 
     void At(Step step) const {
         if (hook) hook(step);
     }
 };
 
-// Steps 1 to 6. The folder is given over to the replacement.
+// Steps 1 to 6.
 Result<std::unique_ptr<StagedMail>> StageReplacement(std::shared_ptr<ReplacementContext> context,
-                                                     Clock& clock, Folder folder,
+                                                     Clock& clock,
+                                                     std::shared_ptr<const Folder> folder,
                                                      const MailEntry& entry, const Blob& content);
 
 // Step 5, shared with recovery: removes `old_mail` as long as `new_mail` is there. Gives the new

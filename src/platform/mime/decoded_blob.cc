@@ -95,6 +95,16 @@ Status OnlySpaceFrom(const Blob& encoded, std::uint64_t offset) {
     });
 }
 
+Result<Blob> DecodeInMemory(const Blob& encoded, StepFunction step_function) {
+    const auto size = static_cast<std::size_t>(encoded.size_bytes());
+    std::string output(size, '\0');
+    const DecodeStep step = step_function(encoded.in_memory(), size, true, output.data());
+    if (step.bad) return Undecodable("damaged transfer encoding");
+    if (step.padded) TREVIX_RETURN_IF_ERROR(OnlySpaceFrom(encoded, step.consumed));
+    output.resize(step.produced);
+    return Blob::FromString(std::move(output));
+}
+
 Result<std::vector<Checkpoint>> Index(const Blob& encoded, StepFunction step_function) {
     std::vector<Checkpoint> points(1);
     const std::uint64_t size = encoded.size_bytes();
@@ -127,6 +137,7 @@ Result<Blob> DecodeBlob(const Blob& encoded, TransferEncoding encoding) {
         case TransferEncoding::kQuotedPrintable: step = DecodeQuotedPrintable; break;
         case TransferEncoding::kUnknown: return Undecodable("unknown transfer encoding");
     }
+    if (encoded.in_memory() != nullptr) return DecodeInMemory(encoded, step);
     Result<std::vector<Checkpoint>> points = Index(encoded, step);
     if (!points.ok()) return points.error();
     return Blob(std::make_shared<DecodedSource>(encoded, step, std::move(points).value()));

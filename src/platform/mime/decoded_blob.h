@@ -6,8 +6,9 @@
 
 namespace trevix::mime {
 
-// Reads `encoded` once, to prove that it decodes exactly and to learn its size; nothing is held in
-// memory but one offset for each 64 KiB. kMalformed (8004011B) when it does not decode exactly.
+// Reads `encoded` once, to prove that it decodes exactly and to learn its size. What comes from
+// memory is decoded into memory; of anything else nothing is held but one offset for each 64 KiB.
+// kMalformed (8004011B) when it does not decode exactly.
 Result<Blob> DecodeBlob(const Blob& encoded, TransferEncoding encoding);
 
 }  // namespace trevix::mime

@@ -121,6 +121,7 @@ class MailAttachment final : public Attachment {
     Status WriteToFile(const std::string& path) override {
         const Result<Blob> data = Data();
         if (!data.ok()) return data.error();
+        owner_.ExpectWrite();  // attachments are taken out to come back smaller
         return WriteNewFile(path, data.value());
     }
 

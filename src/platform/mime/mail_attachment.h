@@ -36,6 +36,8 @@ class AttachmentOwner {
     // Why nothing may be written into the message at all; empty when it may. Asks the second
     // reader the first time.
     virtual Result<std::string> WriteDoubt() = 0;
+    // Lets the second reader begin: the message is likely to be written to.
+    virtual void ExpectWrite() = 0;
     virtual SlotList& Slots() = 0;
 };
 

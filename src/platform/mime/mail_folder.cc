@@ -47,12 +47,15 @@ class MailFolderObject final : public Folder {
     }
 
     Result<std::int32_t> FolderCount() override {
+        const auto tree = store_->Tree(IsRoot());
+        if (!tree.ok()) return tree.error();
+        if (IsRoot()) node_ = tree.value()->front();
         return static_cast<std::int32_t>(node_.children.size());
     }
 
     Result<std::vector<std::unique_ptr<Folder>>> Folders() override {
         std::vector<std::unique_ptr<Folder>> folders;
-        const auto tree = store_->Tree(false);
+        const auto tree = store_->Tree(IsRoot());
         if (!tree.ok()) return tree.error();
         for (const FolderNode& child : *tree.value()) {
             const bool mine =
@@ -72,6 +75,9 @@ class MailFolderObject final : public Folder {
     }
 
  private:
+    // A walk lists what is below the root first, so this is where new folders come to light.
+    bool IsRoot() const { return parent_id_.empty(); }
+
     std::shared_ptr<OpenStores> session_;
     std::shared_ptr<OpenStore> store_;
     FolderNode node_;
@@ -126,9 +132,6 @@ class MailInfoStore final : public InfoStore {
     Result<std::string> Name() override { return store_->mail().display_name(); }
     Result<std::string> Id() override { return ToHex(store_->id()); }
     Result<std::unique_ptr<Folder>> RootFolder() override {
-        // A walk starts here, so this is where new folders come to light.
-        const auto tree = store_->Tree(true);
-        if (!tree.ok()) return tree.error();
         return MakeMailFolder(session_, store_, 0);
     }
 

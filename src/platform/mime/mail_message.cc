@@ -1,6 +1,7 @@
 #include "platform/mime/mail_message.h"
 
 #include <algorithm>
+#include <future>
 
 #include "platform/mime/attachment_name.h"
 #include "platform/mime/dates.h"
@@ -129,8 +130,8 @@ class MailMessage final : public Message, public AttachmentOwner {
             mail.Stage(place_.folder, summary_.entry, composed);
         if (!staged.ok()) return staged.error();
         // From here on a failure drops the staged message, and the old one stands.
-        Result<ReadMessage> now =
-            ReadBackEdited(content_, edits, splices, composed, staged.value()->content());
+        Result<ReadMessage> now = ReadBackEdited(content_, edits, splices, composed,
+                                                 staged.value()->content(), place_.session->helper);
         if (!now.ok()) return now.error();
         Result<MailEntry> entry = staged.value()->Commit();
         if (!entry.ok()) return entry.error();
@@ -178,14 +179,24 @@ class MailMessage final : public Message, public AttachmentOwner {
 
     Result<std::string> WriteDoubt() override {
         if (write_doubt_.has_value()) return *write_doubt_;
-        if (!content_.tree.doubt.empty()) {
-            write_doubt_ = content_.tree.doubt;
-            return *write_doubt_;
-        }
-        Result<std::string> difference = DisagreementOn(content_.bytes, content_.tree);
+        ExpectWrite();
+        if (write_doubt_.has_value()) return *write_doubt_;
+        Result<std::string> difference = second_opinion_.get();
         if (!difference.ok()) return difference.error();
         write_doubt_ = std::move(difference).value();
         return *write_doubt_;
+    }
+
+    void ExpectWrite() override {
+        if (write_doubt_.has_value() || second_opinion_.valid()) return;
+        if (!content_.tree.doubt.empty()) {
+            write_doubt_ = content_.tree.doubt;
+            return;
+        }
+        second_opinion_ =
+            place_.session->helper.Run([message = content_.bytes, tree = content_.tree] {
+                return DisagreementOn(message, tree);
+            });
     }
 
     void TakeSlots() {
@@ -241,6 +252,7 @@ class MailMessage final : public Message, public AttachmentOwner {
         write_doubt_ = std::string();  // the second reader has just agreed
         summary_.entry = std::move(entry);
         summary_.first_seen_ns = 0;  // it counts from its write
+        summary_.own_write_ns = summary_.entry.changed_ns;
         FillSummary(content_, &summary_);
 
         std::erase_if(all_slots_, [](const auto& slot) { return slot->deleted; });
@@ -262,6 +274,7 @@ class MailMessage final : public Message, public AttachmentOwner {
     SlotList slots_;      // without the deleted ones
     std::optional<std::set<std::string>> shown_ids_;
     std::optional<std::string> write_doubt_;
+    std::future<Result<std::string>> second_opinion_;  // on its way to write_doubt_
 };
 
 }  // namespace
@@ -275,6 +288,8 @@ Result<std::unique_ptr<Message>> OpenMailMessage(MailPlace place, const MessageS
         }
         return bytes.error();
     }
+    bytes = Held(bytes.value());
+    if (!bytes.ok()) return bytes.error();
     Result<PartTree> tree = ReadPartTree(bytes.value());
     if (!tree.ok()) return tree.error();
     ReadMessage content{std::move(bytes).value(), std::move(tree).value(), {}};

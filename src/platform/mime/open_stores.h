@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/helper_thread.h"
 #include "platform/mime/folder_state.h"
 #include "platform/mime/named_properties.h"
 #include "platform/mime/scratch_store.h"
@@ -70,6 +71,7 @@ struct OpenStores {
     std::size_t inbox_store = 0;
     NamedProperties names;
     ScratchStore outbox;
+    HelperThread helper;  // asks the second reader
 
     const std::shared_ptr<OpenStore>& default_store() const { return stores[inbox_store]; }
 };

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/blob.h"
+#include "platform/helper_thread.h"
 #include "platform/mime/message_shape.h"
 
 namespace trevix::mime {
@@ -27,6 +28,9 @@ struct ReadMessage {
     PartTree tree;
     MessageShape shape;
 };
+
+// The bytes of a message of ordinary size, read into memory once; a bigger one stays where it is.
+Result<Blob> Held(const Blob& message);
 
 // One replaced range of the old message.
 struct Splice {
@@ -47,8 +51,9 @@ Blob ApplySplices(const Blob& message, const std::vector<Splice>& splices);
 // have, also in the eyes of the second reader; the new content decoding to what was given; the same
 // body and the same attachments. What it read, or the reason why the message must not be
 // replaced (kDenied), or a read error.
+// The second reader reads on the helper thread meanwhile.
 Result<ReadMessage> ReadBackEdited(const ReadMessage& old, const std::vector<AttachmentEdit>& edits,
                                    const std::vector<Splice>& splices, const Blob& composed,
-                                   const Blob& stored);
+                                   const Blob& stored, HelperThread& helper);
 
 }  // namespace trevix::mime

@@ -19,11 +19,17 @@ Result<bool> SameBytes(const Blob& a, const Blob& b) {
     if (a.size_bytes() != b.size_bytes()) return false;
     bool same = true;
     std::uint64_t offset = 0;
-    std::string other;
+    std::string read;
     const Status compared = a.ForEachPiece([&](const char* bytes, std::size_t count) -> Status {
-        other.resize(count);
-        TREVIX_RETURN_IF_ERROR(b.ReadAt(offset, other.data(), count));
-        same = same && std::memcmp(bytes, other.data(), count) == 0;
+        const char* other = b.in_memory();
+        if (other != nullptr) {
+            other += offset;
+        } else {
+            read.resize(count);
+            TREVIX_RETURN_IF_ERROR(b.ReadAt(offset, read.data(), count));
+            other = read.data();
+        }
+        same = same && std::memcmp(bytes, other, count) == 0;
         offset += count;
         return {};
     });
@@ -200,23 +206,36 @@ class Proof {
 
 }  // namespace
 
+Result<Blob> Held(const Blob& message) {
+    constexpr std::uint64_t kOrdinaryBytes = std::uint64_t{8} * 1024 * 1024;
+    if (message.size_bytes() > kOrdinaryBytes || message.in_memory() != nullptr) return message;
+    Result<std::string> bytes = message.ToString();
+    if (!bytes.ok()) return bytes.error();
+    return Blob::FromString(std::move(bytes).value());
+}
+
 Result<ReadMessage> ReadBackEdited(const ReadMessage& old, const std::vector<AttachmentEdit>& edits,
                                    const std::vector<Splice>& splices, const Blob& composed,
-                                   const Blob& stored) {
-    const Result<bool> same = SameBytes(composed, stored);
+                                   const Blob& stored, HelperThread& helper) {
+    Result<Blob> bytes = Held(stored);
+    if (!bytes.ok()) return bytes.error();
+    Result<PartTree> tree = ReadPartTree(bytes.value());
+    if (!tree.ok()) return tree.error();
+    ReadMessage now{std::move(bytes).value(), std::move(tree).value(), {}};
+    if (!now.tree.doubt.empty()) return Refused(now.tree.doubt);
+    auto second = helper.Run(
+        [message = now.bytes, seen = now.tree] { return DisagreementOn(message, seen); });
+
+    const Result<bool> same = SameBytes(composed, now.bytes);
+    now.shape = ShapeOf(now.tree);
+    const Status proved = Proof(old, edits, splices, now).Check();
+    const Result<std::string> difference = second.get();
     if (!same.ok()) return same.error();
     if (!same.value())
         return MessagingError(kDiskError, "the store holds other bytes than written");
-
-    Result<PartTree> tree = ReadPartTree(stored);
-    if (!tree.ok()) return tree.error();
-    ReadMessage now{stored, std::move(tree).value(), {}};
-    if (!now.tree.doubt.empty()) return Refused(now.tree.doubt);
-    const Result<std::string> difference = DisagreementOn(stored, now.tree);
     if (!difference.ok()) return difference.error();
     if (!difference.value().empty()) return Refused(difference.value());
-    now.shape = ShapeOf(now.tree);
-    TREVIX_RETURN_IF_ERROR(Proof(old, edits, splices, now).Check());
+    TREVIX_RETURN_IF_ERROR(proved);
     return now;
 }
 

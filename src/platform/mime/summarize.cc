@@ -86,8 +86,14 @@ void Summarize(MailStore& store, const std::string& folder, std::vector<SummaryT
     }
 }
 
+// The marks of a run are whole seconds: a message that we wrote in the second of the mark, before
+// it was set, must not look newer than the mark. What others write keeps its exact time, so that
+// nothing of theirs hides behind a mark of the same second.
 std::int64_t ModifiedNs(const MessageSummary& summary) {
-    return std::max(summary.entry.changed_ns, summary.first_seen_ns);
+    constexpr std::int64_t kSecond = 1'000'000'000;
+    const std::int64_t changed = summary.entry.changed_ns;
+    const bool ours = changed == summary.own_write_ns;
+    return std::max(ours ? changed - changed % kSecond : changed, summary.first_seen_ns);
 }
 
 }  // namespace trevix::mime

@@ -29,7 +29,8 @@ class Raised {
 
 }  // namespace
 
-PollLoop::PollLoop(std::function<std::int64_t()> monotonic) : monotonic_(std::move(monotonic)) {}
+PollLoop::PollLoop(std::function<std::int64_t()> monotonic, FirstTick first_tick)
+    : monotonic_(std::move(monotonic)), first_tick_(first_tick) {}
 
 std::int64_t PollLoop::Now() const {
     if (monotonic_) return monotonic_();
@@ -41,7 +42,7 @@ std::int64_t PollLoop::Now() const {
 MessageLoop::TimerId PollLoop::ArmTimer(int interval_ms, std::function<void()> tick) {
     auto timer = std::make_shared<Timer>();
     timer->interval_ns = std::max(interval_ms, 1) * kMillisecond;
-    timer->due_ns = Now() + timer->interval_ns;
+    timer->due_ns = Now() + (first_tick_ == FirstTick::kAtOnce ? 0 : timer->interval_ns);
     timer->tick = std::move(tick);
     const TimerId id = ++last_timer_;
     timers_[id] = std::move(timer);

@@ -16,10 +16,15 @@
 
 namespace trevix::posix {
 
+// What the first interval of a timer is for. A run begins with a timer so that the call that asked
+// for it returns first; where the caller waits in Run() already, nobody gains by the wait.
+enum class FirstTick { kAfterInterval, kAtOnce };
+
 class PollLoop final : public MessageLoop {
  public:
     // Monotonic nanoseconds. Given by tests; empty means the system's clock.
-    explicit PollLoop(std::function<std::int64_t()> monotonic = {});
+    explicit PollLoop(std::function<std::int64_t()> monotonic = {},
+                      FirstTick first_tick = FirstTick::kAfterInterval);
 
     // An interval below 1 ms counts as 1 ms. A tick that is late is served once, not once for
     // every interval that went by.
@@ -53,6 +58,7 @@ class PollLoop final : public MessageLoop {
     int WaitMilliseconds() const;
 
     std::function<std::int64_t()> monotonic_;
+    FirstTick first_tick_;
     std::map<TimerId, std::shared_ptr<Timer>> timers_;
     std::map<int, std::shared_ptr<Watch>> watches_;
     std::vector<std::function<void()>> deferred_;

@@ -68,8 +68,13 @@ UniqueDescriptor OpenForRemoval(int directory, const std::string& name) {
 }
 
 void RemoveEntry(int directory, const std::string& name, dev_t device, int depth) {
-    if (::unlinkat(directory, name.c_str(), 0) == 0) return;
-    if (errno != EISDIR && errno != EPERM) return;
+    // Most are directories that are empty already.
+    if (::unlinkat(directory, name.c_str(), AT_REMOVEDIR) == 0) return;
+    if (errno == ENOTDIR) {
+        ::unlinkat(directory, name.c_str(), 0);
+        return;
+    }
+    if (errno != ENOTEMPTY && errno != EEXIST) return;
     {
         const UniqueDescriptor open = OpenForRemoval(directory, name);
         struct stat about {};

@@ -16,7 +16,7 @@ namespace trevix::summary_cache {
 namespace {
 
 // A file of another version is thrown away.
-constexpr int kVersion = 1;
+constexpr int kVersion = 2;
 
 // A second process waits this long for the first one's transaction.
 constexpr int kBusyMilliseconds = 2000;

@@ -74,6 +74,7 @@ void PutMessage(const MessageSummary& message, std::string* out) {
     PutSigned(message.entry.received_ns, out);
     PutSigned(message.entry.number, out);
     PutSigned(message.first_seen_ns, out);
+    PutSigned(message.own_write_ns, out);
     PutNumber(message.has_attachments ? 1 : 0, out);
     PutText(message.subject, out);
     PutText(message.message_class, out);
@@ -86,8 +87,9 @@ bool GetMessage(Reader& in, MessageSummary* message) {
                        in.Number(&message->entry.size_bytes) &&
                        in.Signed(&message->entry.changed_ns) &&
                        in.Signed(&message->entry.received_ns) && in.Signed(&number) &&
-                       in.Signed(&message->first_seen_ns) && in.Number(&has_attachments) &&
-                       in.Text(&message->subject) && in.Text(&message->message_class);
+                       in.Signed(&message->first_seen_ns) && in.Signed(&message->own_write_ns) &&
+                       in.Number(&has_attachments) && in.Text(&message->subject) &&
+                       in.Text(&message->message_class);
     message->entry.number = static_cast<std::int32_t>(number);
     message->has_attachments = has_attachments != 0;
     return whole;

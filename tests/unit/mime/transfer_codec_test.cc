@@ -10,13 +10,24 @@
 namespace trevix::mime {
 namespace {
 
-std::string Decode(const std::string& text, TransferEncoding encoding) {
-    const Result<Blob> blob = DecodeBlob(Blob::FromString(text), encoding);
+// Bytes that are read on demand.
+Blob OnDemand(const std::string& text) {
+    return Blob::Join({Blob::FromString(text)});
+}
+
+std::string Decode(const Blob& text, TransferEncoding encoding) {
+    const Result<Blob> blob = DecodeBlob(text, encoding);
     if (!blob.ok()) {
         EXPECT_EQ(blob.error().kind, ErrorKind::kMalformed);
         return "malformed";
     }
     return blob.value().ToString().value();
+}
+
+std::string Decode(const std::string& text, TransferEncoding encoding) {
+    const std::string decoded = Decode(Blob::FromString(text), encoding);
+    EXPECT_EQ(Decode(OnDemand(text), encoding), decoded);
+    return decoded;
 }
 
 struct DecodeCase {
