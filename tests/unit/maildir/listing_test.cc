@@ -241,6 +241,21 @@ TEST(MaildirStoreRead, DoesNotFollowALinkInTheMessagesPlace) {
     EXPECT_FALSE(store.Read("", entry).ok());
 }
 
+TEST(MaildirStoreRead, SeesAnotherFolderInTheOpenOnesPlace) {
+    MaildirWorld world;
+    world.MakeMaildir(".A");
+    world.Put(".A/cur/1.h:2,S", "first");
+    MaildirStore& store = world.Open();
+    const MailEntry first = world.Entry("1.h", "A");
+    ASSERT_TRUE(store.Read("A", first).ok());
+    world.Rename(".A", ".B");
+    world.MakeMaildir(".A");
+    world.Put(".A/cur/2.h:2,S", "second");
+
+    EXPECT_EQ(store.Read("A", first).error().kind, ErrorKind::kGone);
+    EXPECT_EQ(store.Read("A", world.Entry("2.h", "A")).value().ToString().value(), "second");
+}
+
 TEST(MaildirStoreRead, RefusesAnotherFileOfThatName) {
     MaildirWorld world;
     world.Put("cur/1.h:2,S", "one");

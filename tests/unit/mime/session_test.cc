@@ -223,6 +223,30 @@ TEST(ModificationTime, OfOwnReplacementsIsTheirWrite) {
                 DateFromUnixNs(world.mail.now_ns).days, 1e-9);
 }
 
+TEST(ModificationTime, OfOwnReplacementsIsNotLaterThanAMarkOfTheSameSecond) {
+    World world;
+    auto message = world.Open(TwoFiles());
+    ASSERT_TRUE(ItemOf(*message, 1)->SetField(kTagAttachmentData, Bytes("zip")).ok());
+    world.mail.now_ns = 2'100'000'000 * kSecond + 999'999'999;
+    ASSERT_TRUE(message->Update().ok());
+    const Date second = DateFromUnixNs(2'100'000'000 * kSecond);
+
+    const auto rows = world.Rows(*InboxMessages(world), {kTagLastModification});
+
+    EXPECT_EQ(std::get<Date>(rows[0][0]), second);
+    EXPECT_EQ(std::get<Date>(message->Field(kTagLastModification).value()), second);
+}
+
+TEST(ModificationTime, OfOthersChangesIsLaterThanAMarkOfTheSameSecond) {
+    World world;
+    world.mail.now_ns = 2'100'000'000 * kSecond + 1000;
+    world.Deliver("Subject: theirs\n\nx");
+
+    const auto rows = world.Rows(*InboxMessages(world), {kTagLastModification});
+
+    EXPECT_GT(std::get<Date>(rows[0][0]).days, DateFromUnixNs(2'100'000'000 * kSecond).days);
+}
+
 TEST(ModificationTime, IsKeptBetweenSessions) {
     World world;
     world.mail.now_ns = 1'000'000'000 * kSecond;
@@ -344,6 +368,13 @@ TEST(DateFromUnixNs, NeverRoundsDown) {
     EXPECT_EQ(DateFromUnixNs(0).days, 25569.0);
     EXPECT_EQ(DateFromUnixNs(-25569 * std::int64_t{86400} * kSecond - 18 * 3600 * kSecond).days,
               -1.25);
+}
+
+TEST(DateFromUnixNs, GivesAWholeSecondAsTheClockGivesIt) {
+    for (std::int64_t second = 1'700'000'000; second < 1'700'002'000; ++second) {
+        EXPECT_EQ(DateFromUnixNs(second * kSecond).days,
+                  static_cast<double>(second + 25569 * std::int64_t{86400}) / 86400.0);
+    }
 }
 
 }  // namespace

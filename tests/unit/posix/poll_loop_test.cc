@@ -36,6 +36,22 @@ TEST(PollLoopPump, TicksAfterEachInterval) {
     EXPECT_EQ(ticks, 2);
 }
 
+TEST(PollLoopPump, TicksAtOnceWhereNobodyWaitsForTheInterval) {
+    std::int64_t now = 1000 * kMillisecond;
+    PollLoop loop([&now] { return now; }, FirstTick::kAtOnce);
+    int ticks = 0;
+    loop.ArmTimer(100, [&] { ++ticks; });
+
+    EXPECT_EQ(ticks, 0);
+    loop.Pump();
+    loop.Pump();
+    EXPECT_EQ(ticks, 1);
+    now += 100 * kMillisecond;
+    loop.Pump();
+
+    EXPECT_EQ(ticks, 2);
+}
+
 TEST(PollLoopPump, ServesALateTimerOnce) {
     World world;
     int ticks = 0;
