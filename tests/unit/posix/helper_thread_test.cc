@@ -42,9 +42,5 @@ TEST(HelperThread, HandsAFailureToWhoeverAsks) {
     EXPECT_EQ(helper.Run([] { return 1; }).get(), 1);
 }
 
-TEST(HelperThread, ThatIsNeverUsedCostsNothing) {
-    const HelperThread helper;
-}
-
 }  // namespace
 }  // namespace trevix
