@@ -226,9 +226,10 @@ TEST(SpliceProof, RefusesAnyOtherMessage) {
     edit.name = "one.zip";
     const std::vector<Splice> splices = PlanSplices(old, {edit});
     const std::string good = ApplySplices(old.bytes, splices).ToString().value();
+    HelperThread helper;
     const auto prove = [&](const std::string& bytes) {
         const Blob blob = Blob::FromString(bytes);
-        return ReadBackEdited(old, {edit}, splices, blob, blob).ok();
+        return ReadBackEdited(old, {edit}, splices, blob, blob, helper).ok();
     };
     ASSERT_TRUE(prove(good));
 
