@@ -130,11 +130,13 @@ void SpliceAndProve(benchmark::State& state) {
     AttachmentEdit edit;
     edit.data = Blob::FromString(RandomBytes(1 << 19));
     edit.name = "a.zip";
+    HelperThread helper;
     for (auto _ : state) {
         const std::vector<Splice> splices = PlanSplices(message, {edit});
         const Blob composed = ApplySplices(message.bytes, splices);
         const Blob stored = Blob::FromString(composed.ToString().value());
-        benchmark::DoNotOptimize(ReadBackEdited(message, {edit}, splices, composed, stored).ok());
+        benchmark::DoNotOptimize(
+            ReadBackEdited(message, {edit}, splices, composed, stored, helper).ok());
     }
     state.SetBytesProcessed(
         static_cast<std::int64_t>(state.iterations() * message.bytes.size_bytes()));

@@ -84,7 +84,9 @@ void Edit(const ReadMessage& message, std::uint32_t choice) {
         Require(splices[i - 1].end <= splices[i].begin, "splices are apart");
     }
     const Blob composed = ApplySplices(message.bytes, splices);
-    const Result<ReadMessage> now = ReadBackEdited(message, edits, splices, composed, composed);
+    HelperThread helper;
+    const Result<ReadMessage> now =
+        ReadBackEdited(message, edits, splices, composed, composed, helper);
     if (!now.ok()) return;
     std::vector<std::string> kept;
     std::size_t next_edit = 0;

@@ -209,6 +209,7 @@ TEST(MimeCorpus, EditsOfAnyAttachmentLeaveTheRestAsItWas) {
     const std::string folder = CorpusFolder();
     if (!std::filesystem::is_directory(folder)) GTEST_SKIP() << "no corpus at " << folder;
 
+    HelperThread helper;
     int edited = 0;
     int refused = 0;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
@@ -240,7 +241,7 @@ TEST(MimeCorpus, EditsOfAnyAttachmentLeaveTheRestAsItWas) {
                 const std::vector<Splice> splices = PlanSplices(message, {edit});
                 const Blob composed = ApplySplices(message.bytes, splices);
                 const Result<ReadMessage> now =
-                    ReadBackEdited(message, {edit}, splices, composed, composed);
+                    ReadBackEdited(message, {edit}, splices, composed, composed, helper);
                 if (!now.ok()) {
                     // The proof may say no; it must have a reason that people understand.
                     EXPECT_EQ(now.error().kind, ErrorKind::kDenied) << now.error().description;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <future>
 
 #include "platform/mime/decoded_blob.h"
 #include "platform/mime/second_opinion.h"
@@ -217,22 +218,26 @@ Result<Blob> Held(const Blob& message) {
 Result<ReadMessage> ReadBackEdited(const ReadMessage& old, const std::vector<AttachmentEdit>& edits,
                                    const std::vector<Splice>& splices, const Blob& composed,
                                    const Blob& stored, HelperThread& helper) {
-    Result<Blob> bytes = Held(stored);
+    const Result<Blob> bytes = Held(stored);
     if (!bytes.ok()) return bytes.error();
     Result<PartTree> tree = ReadPartTree(bytes.value());
-    if (!tree.ok()) return tree.error();
-    ReadMessage now{std::move(bytes).value(), std::move(tree).value(), {}};
-    if (!now.tree.doubt.empty()) return Refused(now.tree.doubt);
-    auto second = helper.Run(
-        [message = now.bytes, seen = now.tree] { return DisagreementOn(message, seen); });
+    std::future<Result<std::string>> second;
+    if (tree.ok() && tree.value().doubt.empty()) {
+        second = helper.Run([message = bytes.value(), seen = tree.value()] {
+            return DisagreementOn(message, seen);
+        });
+    }
 
-    const Result<bool> same = SameBytes(composed, now.bytes);
-    now.shape = ShapeOf(now.tree);
-    const Status proved = Proof(old, edits, splices, now).Check();
-    const Result<std::string> difference = second.get();
+    const Result<bool> same = SameBytes(composed, bytes.value());
     if (!same.ok()) return same.error();
     if (!same.value())
         return MessagingError(kDiskError, "the store holds other bytes than written");
+    if (!tree.ok()) return tree.error();
+    ReadMessage now{bytes.value(), std::move(tree).value(), {}};
+    if (!now.tree.doubt.empty()) return Refused(now.tree.doubt);
+    now.shape = ShapeOf(now.tree);
+    const Status proved = Proof(old, edits, splices, now).Check();
+    const Result<std::string> difference = second.get();
     if (!difference.ok()) return difference.error();
     if (!difference.value().empty()) return Refused(difference.value());
     TREVIX_RETURN_IF_ERROR(proved);
