@@ -257,7 +257,12 @@ Result<bool> AssociatedStore::Connect() {
         device_ = about.st_dev;
         inode_ = about.st_ino;
     }
-    if (!has_format_) TREVIX_RETURN_IF_ERROR(CheckFormat());
+    if (has_format_) return true;
+    // In one transaction, so that the answers are of one moment: another process may be making the
+    // tables just now.
+    Transaction reading(*database_);
+    TREVIX_RETURN_IF_ERROR(reading.BeginToRead());
+    TREVIX_RETURN_IF_ERROR(CheckFormat());
     return has_format_;
 }
 
@@ -334,21 +339,17 @@ Result<HiddenMail> AssociatedStore::Read(const std::string& id) {
     if (!connected.ok()) return connected.error();
     if (!connected.value()) return MessagingError(kNotFound);
     // One transaction, so that message, properties and attachments are of one revision.
-    TREVIX_RETURN_IF_ERROR(database_->Run("BEGIN"));
-    auto read = [&]() -> Result<HiddenMail> {
-        Statement rows(*database_,
-                       "SELECT id, class, subject, modified_ns, revision FROM message WHERE id=?");
-        const auto row = rows.Bytes(0, id).Step();
-        if (!row.ok()) return row.error();
-        if (!row.value()) return MessagingError(kNotFound);
-        HiddenMail mail = MailAt(rows);
-        TREVIX_RETURN_IF_ERROR(ReadProperties(*database_, path_, mail));
-        TREVIX_RETURN_IF_ERROR(ReadAttachments(*database_, mail));
-        return mail;
-    }();
-    // Nothing was written; a failed end of reading changes nothing of what was read.
-    Drop(database_->Run("ROLLBACK"));
-    return read;
+    Transaction reading(*database_);
+    TREVIX_RETURN_IF_ERROR(reading.BeginToRead());
+    Statement rows(*database_,
+                   "SELECT id, class, subject, modified_ns, revision FROM message WHERE id=?");
+    const auto row = rows.Bytes(0, id).Step();
+    if (!row.ok()) return row.error();
+    if (!row.value()) return MessagingError(kNotFound);
+    HiddenMail mail = MailAt(rows);
+    TREVIX_RETURN_IF_ERROR(ReadProperties(*database_, path_, mail));
+    TREVIX_RETURN_IF_ERROR(ReadAttachments(*database_, mail));
+    return mail;
 }
 
 Status AssociatedStore::Write(HiddenMail& mail) {

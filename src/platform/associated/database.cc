@@ -150,6 +150,12 @@ Status Transaction::Begin() {
     return {};
 }
 
+Status Transaction::BeginToRead() {
+    TREVIX_RETURN_IF_ERROR(database_.Run("BEGIN"));
+    open_ = true;
+    return {};
+}
+
 Status Transaction::Commit() {
     TREVIX_RETURN_IF_ERROR(database_.Run("COMMIT"));
     open_ = false;

@@ -72,7 +72,6 @@ class Statement {
     int outcome_ = 0;
 };
 
-// Begins at once with the write lock, so that nobody can write between a check and its change.
 // Rolls back unless committed.
 class Transaction {
  public:
@@ -81,7 +80,10 @@ class Transaction {
     Transaction& operator=(const Transaction&) = delete;
     ~Transaction();
 
+    // At once with the write lock, so that nobody can write between a check and its change.
     Status Begin();
+    // What is read until the end is of one moment.
+    Status BeginToRead();
     Status Commit();
 
  private:
