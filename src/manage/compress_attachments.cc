@@ -256,9 +256,15 @@ void CManage::AddFolderTotals() {
 void CManage::WalkSubfolders(Folder& folder) {
     if (cancel_) return;
     PendingError pending;
-    if (pending.ValueOr(folder.FolderCount(), 0) == 0) return;
     std::vector<std::unique_ptr<Folder>> folders;
-    pending.Assign(folders, folder.Folders());
+    if (pending.ValueOr(folder.FolderCount(), 0) != 0) pending.Assign(folders, folder.Folders());
+    if (pending.failed()) {
+        // A run that silently left a part of the tree out would call the rest treated.
+        const std::string name = pending.ValueOr(folder.Name(), std::string());
+        LogLine(kProcedure,
+                " unable to list the folders of '" + name + "': " + pending.description(), 1);
+        ++summary_.messages_failed;
+    }
     for (const auto& subfolder : folders) {
         CompressAttachments(*subfolder);
         WalkSubfolders(*subfolder);

@@ -21,6 +21,16 @@ struct CompressAttachmentsTest : testing::Test {
         world.recorder.events.clear();
         world.Run("51,F1");
     }
+    void ExpectFoldersReported(const std::string& failing_call) {
+        world.inbox->Add("F2", "Inner");
+        world.Logon();
+        world.plan.FailCalls(failing_call, MessagingError(kNoAccess));
+
+        world.Run("51,F1");
+
+        EXPECT_TRUE(world.Logged("CompressAttachments: unable to list the folders of 'Inbox': "));
+        EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 1);
+    }
     World world;
 };
 
@@ -207,6 +217,14 @@ TEST_F(CompressAttachmentsTest, ReportsAFolderThatCannotBeListed) {
 
     EXPECT_TRUE(world.Logged("CompressAttachments: unable to list 'Inbox': "));
     EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 1);
+}
+
+TEST_F(CompressAttachmentsTest, ReportsFoldersThatCannotBeCounted) {
+    ExpectFoldersReported("folder.FolderCount");
+}
+
+TEST_F(CompressAttachmentsTest, ReportsFoldersThatCannotBeWalked) {
+    ExpectFoldersReported("folder.Folders");
 }
 
 }  // namespace
