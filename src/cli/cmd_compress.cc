@@ -137,7 +137,7 @@ int ExitCode(const RunView& view, const RunSummary& summary, const RunErrors& er
         case RunView::End::kRefused:
         case RunView::End::kNone: break;
     }
-    const std::string why = view.abort_message();
+    const std::string& why = view.abort_message();
     console.Complain({name, why.empty() ? "the run ended without a result" : why,
                       "the errors above and \"trevixctl log\" say more"});
     return kExitFailed;

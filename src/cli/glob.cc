@@ -49,9 +49,10 @@ bool Glob::MatchOne(std::string_view name, std::size_t& at, std::size_t& from) c
         return true;
     }
     if (element == '[') {
-        const std::size_t end = EndOfSet(pattern_, at);
+        const std::string_view pattern = pattern_;
+        const std::size_t end = EndOfSet(pattern, at);
         if (end != std::string::npos) {
-            if (!SetHolds(std::string_view(pattern_).substr(at + 1, end - at - 1), character)) {
+            if (!SetHolds(pattern.substr(at + 1, end - at - 1), character)) {
                 return false;
             }
             at = end + 1;

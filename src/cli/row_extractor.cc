@@ -109,7 +109,7 @@ Status RowExtractor::OpenMessage(const WantedRow& row) {
     attachments_ = std::move(attachments).value();
     entry_id_ = row.entry_id;
     store_id_ = store_id;
-    const Status listed = ListAttachments();
+    Status listed = ListAttachments();
     if (!listed.ok()) message_.reset();
     return listed;
 }

@@ -94,7 +94,8 @@ std::int64_t ClientRecordSet::RecordCount() const {
 }
 
 bool ClientRecordSet::IsShown(Place place) const {
-    if (!filtered_) return place < table().rows().size() && table().rows().IsLive(RowId(place));
+    if (!filtered_)
+        return place < table().rows().size() && table().rows().IsLive(static_cast<RowId>(place));
     return place < selected_.size() && selected_[place] != kNoRow &&
            table().rows().IsLive(selected_[place]);
 }
