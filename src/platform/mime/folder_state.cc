@@ -141,6 +141,11 @@ void FolderState::Flush() {
     SaveToCache(*before);
 }
 
+void FolderState::Settle() {
+    // A folder that cannot be listed now is listed by the next session.
+    if (!written_.empty()) Drop(Refresh());
+}
+
 void FolderState::BuildIndex() {
     if (indexed_) return;
     index_.clear();

@@ -25,7 +25,7 @@ class FolderState {
           clock_(clock),
           path_(std::move(path)),
           first_contact_(first_contact) {}
-    ~FolderState() { Flush(); }
+    ~FolderState() { Settle(); }
     FolderState(const FolderState&) = delete;
     FolderState& operator=(const FolderState&) = delete;
 
@@ -45,11 +45,14 @@ class FolderState {
     // The message was not found as it was listed: whoever lists next looks at its file anew.
     void Distrust(const std::string& key);
 
-    // Writes what Replaced() noted to the cache. A failing cache costs the next run some reading.
-    void Flush();
+    // A folder that this session wrote to is listed once more, so that the next session finds it as
+    // it left it and need not.
+    void Settle();
 
  private:
     void LoadFromCache();
+    // Writes what Replaced() noted to the cache. A failing cache costs the next run some reading.
+    void Flush();
     MailListing TakeKnownListing();
     void TakeListing(MailListing listing);
     void SaveToCache(const FolderSummary& before);

@@ -124,7 +124,7 @@ class Session final : public MessagingSession {
     void CloseStores() {
         if (open_ == nullptr) return;
         for (const std::shared_ptr<OpenStore>& store : open_->stores)
-            store->Flush();
+            store->Settle();
         if (world_->open == open_) world_->open.reset();
         open_.reset();
     }

@@ -116,9 +116,9 @@ Result<std::optional<OpenStore::Place>> OpenStore::FindAnywhere(const std::strin
     return std::optional<Place>();
 }
 
-void OpenStore::Flush() {
+void OpenStore::Settle() {
     for (FolderState& state : states_)
-        state.Flush();
+        state.Settle();
 }
 
 }  // namespace trevix::mime

@@ -50,7 +50,8 @@ class OpenStore {
     };
     Result<std::optional<Place>> FindAnywhere(const std::string& key_digest);
 
-    void Flush();
+    // Before the store closes: see FolderState.
+    void Settle();
 
  private:
     Status ReadTree();

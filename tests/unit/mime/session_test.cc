@@ -277,6 +277,20 @@ TEST(MessageListing, DoesNotReadOwnReplacementsAgain) {
     EXPECT_EQ(ReadsOf(world), reads);
 }
 
+TEST(MessageListing, OfAFolderWeWroteToIsCurrentForTheNextSession) {
+    World world;
+    auto message = world.Open(TwoFiles());
+    ASSERT_TRUE(ItemOf(*message, 1)->SetField(kTagAttachmentData, Bytes("zip")).ok());
+    ASSERT_TRUE(message->Update().ok());
+    message.reset();
+    world.session.reset();
+
+    MailListing known;
+    known.stamp = world.cache.Load(world.mail.address(), "").value().stamp;
+
+    EXPECT_FALSE(world.mail.List("", &known).value().changed);
+}
+
 TEST(MessageListing, CountsWhatCannotBeReadAsHavingAttachments) {
     World world;
     world.Deliver("Subject: x\n\nx");
