@@ -186,9 +186,7 @@ void CManage::TreatWholeStore(const std::string& store_id) {
         return;
     }
     CompressAttachments(*root);
-    std::vector<std::unique_ptr<Folder>> folders;
-    pending.Assign(folders, root->Folders());
-    for (const auto& folder : folders) {
+    for (const auto& folder : SubfoldersOf(*root)) {
         CompressAttachments(*folder);
         WalkSubfolders(*folder);
     }

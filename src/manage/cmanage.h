@@ -120,6 +120,7 @@ class CManage final : public ManageRun {
     void UpdateFolderRecord(const std::string& folder_id);
     void AddFolderTotals();
     void WalkSubfolders(Folder& folder);
+    std::vector<std::unique_ptr<Folder>> SubfoldersOf(Folder& folder);
     std::string FolderPath(Folder& folder);
 
     // Message pass (trevix_item_rdm.cc).

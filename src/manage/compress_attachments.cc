@@ -255,20 +255,24 @@ void CManage::AddFolderTotals() {
 
 void CManage::WalkSubfolders(Folder& folder) {
     if (cancel_) return;
-    PendingError pending;
-    std::vector<std::unique_ptr<Folder>> folders;
-    if (pending.ValueOr(folder.FolderCount(), 0) != 0) pending.Assign(folders, folder.Folders());
-    if (pending.failed()) {
-        // A run that silently left a part of the tree out would call the rest treated.
-        const std::string name = pending.ValueOr(folder.Name(), std::string());
-        LogLine(kProcedure,
-                " unable to list the folders of '" + name + "': " + pending.description(), 1);
-        ++summary_.messages_failed;
-    }
-    for (const auto& subfolder : folders) {
+    const auto count = folder.FolderCount();
+    if (count.ok() && count.value() == 0) return;
+    for (const auto& subfolder : SubfoldersOf(folder)) {
         CompressAttachments(*subfolder);
         WalkSubfolders(*subfolder);
     }
+}
+
+// A run that silently left a part of the tree out would call the rest treated.
+std::vector<std::unique_ptr<Folder>> CManage::SubfoldersOf(Folder& folder) {
+    auto folders = folder.Folders();
+    if (folders.ok()) return std::move(folders).value();
+    PendingError pending;
+    const std::string name = pending.ValueOr(folder.Name(), std::string());
+    LogLine(kProcedure,
+            " unable to list the folders of '" + name + "': " + folders.error().description, 1);
+    ++summary_.messages_failed;
+    return {};
 }
 
 std::string CManage::FolderPath(Folder& folder) {

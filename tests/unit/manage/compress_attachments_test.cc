@@ -21,16 +21,6 @@ struct CompressAttachmentsTest : testing::Test {
         world.recorder.events.clear();
         world.Run("51,F1");
     }
-    void ExpectFoldersReported(const std::string& failing_call) {
-        world.inbox->Add("F2", "Inner");
-        world.Logon();
-        world.plan.FailCalls(failing_call, MessagingError(kNoAccess));
-
-        world.Run("51,F1");
-
-        EXPECT_TRUE(world.Logged("CompressAttachments: unable to list the folders of 'Inbox': "));
-        EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 1);
-    }
     World world;
 };
 
@@ -219,12 +209,25 @@ TEST_F(CompressAttachmentsTest, ReportsAFolderThatCannotBeListed) {
     EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 1);
 }
 
-TEST_F(CompressAttachmentsTest, ReportsFoldersThatCannotBeCounted) {
-    ExpectFoldersReported("folder.FolderCount");
+TEST_F(CompressAttachmentsTest, ReportsFoldersThatCannotBeWalked) {
+    world.Logon();
+    world.plan.FailCalls("folder.Folders", MessagingError(kNoAccess));
+
+    world.Run("51,all");
+
+    EXPECT_TRUE(world.Logged("CompressAttachments: unable to list the folders of 'IPM_SUBTREE': "));
+    EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 1);
 }
 
-TEST_F(CompressAttachmentsTest, ReportsFoldersThatCannotBeWalked) {
-    ExpectFoldersReported("folder.Folders");
+TEST_F(CompressAttachmentsTest, WalksFoldersThatCannotBeCounted) {
+    fakes::FolderData& inner = world.inbox->Add("F2", "Inner");
+    world.AddMessage(inner, "deep", {World::File("a.txt", "data")});
+    world.Logon();
+    world.plan.FailCalls("folder.FolderCount", MessagingError(kNoAccess));
+
+    world.Run("51,all");
+
+    EXPECT_EQ(inner.messages[0].attachments[0].name, "a.zip");
 }
 
 }  // namespace
