@@ -4,7 +4,6 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -16,14 +15,13 @@
 #include "platform/mime/message_shape.h"
 #include "platform/mime/second_opinion.h"
 #include "platform/mime/splice.h"
+#include "support/shared_folder.h"
 
 namespace trevix::mime {
 namespace {
 
 std::string CorpusFolder() {
-    const char* shared = std::getenv("TREVIX_SHARED");
-    const std::string root = shared != nullptr ? shared : TREVIX_SOURCE_DIR "/../shared";
-    return root + "/corpus/mail";
+    return test::SharedFolder("corpus/mail");
 }
 
 std::string Sha256(const std::string& bytes) {

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -14,6 +13,7 @@
 #include "fakes/fake_message_loop.h"
 #include "platform/posix/posix_file_system.h"
 #include "platform/zip/factory.h"
+#include "support/shared_folder.h"
 #include "unit/zip/index_rows.h"
 #include "util/format.h"
 #include "zip/czip.h"
@@ -22,9 +22,7 @@ namespace trevix {
 namespace {
 
 std::string CorpusFolder() {
-    const char* shared = std::getenv("TREVIX_SHARED");
-    const std::string base = shared != nullptr ? shared : TREVIX_SOURCE_DIR "/../shared";
-    return base + "/corpus/zip/";
+    return test::SharedFolder("corpus/zip/");
 }
 
 // Where the two differ, and why ours is meant.

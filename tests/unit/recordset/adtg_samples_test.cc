@@ -1,20 +1,16 @@
 // Public sample files, where they are at hand.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 
 #include "bytes.h"
+#include "support/shared_folder.h"
 
 namespace trevix::recordset {
 namespace {
 
-std::filesystem::path SampleFolder() {
-    if (const char* const shared = std::getenv("TREVIX_SHARED")) {
-        return std::filesystem::path(shared) / "corpus" / "adtg";
-    }
-    const std::filesystem::path here(__FILE__);
-    return here.parent_path() / "../../../../shared/corpus/adtg";
+std::string SampleFolder() {
+    return test::SharedFolder("corpus/adtg");
 }
 
 std::vector<std::filesystem::path> Samples() {

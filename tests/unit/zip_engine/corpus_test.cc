@@ -1,11 +1,11 @@
 // The listing of real archives beside what another implementation found in them.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "support/shared_folder.h"
 #include "zip_world.h"
 
 namespace trevix {
@@ -33,9 +33,7 @@ const std::map<std::string, const char*>& Explained() {
 }
 
 std::string CorpusFolder() {
-    const char* shared = std::getenv("TREVIX_SHARED");
-    const std::string base = shared != nullptr ? shared : TREVIX_SOURCE_DIR "/../shared";
-    return base + "/corpus/zip/";
+    return test::SharedFolder("corpus/zip/");
 }
 
 std::int32_t Clamp(std::uint64_t value) {
