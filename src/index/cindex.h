@@ -92,6 +92,11 @@ class CIndex final : public IndexRun {
 
     void StartIndex() override;
 
+    void Abandon() override {
+        events_ = nullptr;
+        cancel_ = true;
+    }
+
     // The directory for the files of the index, made when first asked for.
     std::string GetZipIndexDir() override;
 

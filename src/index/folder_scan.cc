@@ -377,21 +377,26 @@ void CIndex::EmptyFolder(FolderScan& scan) {
         if (!run_.anew) DeleteFiltered(criterion);
         return;
     }
-    RecordSet& index = *state_.gAttachRST;
+    const auto index = [&]() -> RecordSet& { return *state_.gAttachRST; };
     PendingError pending;
-    pending.Step(index.SetFilter(""));
-    if (index.RecordCount() > 0) pending.Step(index.SetFilter(criterion));
-    const bool shows_rows = index.RecordCount() > 0;
+    pending.Step(index().SetFilter(""));
+    if (index().RecordCount() > 0) pending.Step(index().SetFilter(criterion));
+    const bool shows_rows = index().RecordCount() > 0;
     RaiseFolderChange(scan.path, 0);
     std::int32_t deleted = 0;
-    if (shows_rows) pending.Step(index.MoveFirst());
-    while (shows_rows && !pending.failed() && !index.Eof() && !cancel_) {
+    if (shows_rows) pending.Step(index().MoveFirst());
+    while (shows_rows && !pending.failed() && !index().Eof() && !cancel_) {
         RaiseProgress(scan.path, deleted + 1);
         state_.ports.loop.Pump();
-        if (pending.Step(index.Delete())) ++deleted;
-        pending.Step(index.MoveNext());
+        // A client that was served may have ended its session.
+        if (!IsOpen(state_.gAttachRST)) {
+            run_.index_lost = true;
+            return;
+        }
+        if (pending.Step(index().Delete())) ++deleted;
+        pending.Step(index().MoveNext());
     }
-    pending.Step(index.SetFilter(""));
+    pending.Step(index().SetFilter(""));
     if (cancel_) return;
     // Rows that could not be deleted are found by the next run, which sees the count of this one.
     if (!pending.failed()) UpdateFolderRecord(scan, 0);

@@ -76,6 +76,12 @@ CIndex::MessageRows CIndex::SafeIndexAttachments(Message& message, const std::st
             LogLine(kProcedure, " user Cancel", 2);
             break;
         }
+        // Listing a zip attachment serves the loop, and with it whoever closes the index.
+        if (!IsOpen(state_.gAttachRST)) {
+            run_.index_lost = true;
+            rows.failed = true;
+            break;
+        }
         const auto attachment = ValueOrEmpty(attachments->Item(i), rows.failed);
         if (attachment != nullptr) IndexAttachment(*attachment, about, rows);
     }
@@ -172,10 +178,13 @@ void CIndex::ListZipAttachment(Attachment& attachment, const std::string& name,
         return;
     }
     const std::int64_t before = state_.gAttachRST->RecordCount();
-    zip_.GetZIPContent(path, name, about, *state_.gAttachRST, state_.ports.loop);
+    zip_.GetZIPContent(path, name, about, state_.gAttachRST, state_.ports.loop);
     if (zip_.LastListing() == ZipListing::kFailed) rows.failed = true;
-    if (!IsOpen(state_.gAttachRST)) return;
-    rows.added += static_cast<std::int32_t>(state_.gAttachRST->RecordCount() - before);
+    if (IsOpen(state_.gAttachRST)) {
+        rows.added += static_cast<std::int32_t>(state_.gAttachRST->RecordCount() - before);
+    } else {
+        run_.index_lost = true;
+    }
     // A file that stays behind goes with its directory.
     Drop(files.Delete(path));
 }

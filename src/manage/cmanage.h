@@ -83,6 +83,11 @@ class CManage final : public ManageRun {
 
     void StartManage() override;
 
+    void Abandon() override {
+        events_ = nullptr;
+        cancel_ = true;
+    }
+
     // Where the events go; null for nowhere. Borrowed.
     void Events(CManageEvents* events) { events_ = events; }
 

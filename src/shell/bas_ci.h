@@ -41,9 +41,10 @@ class BasCI {
 
     std::unique_ptr<MessagingSession> gMAPISession;
     std::unique_ptr<Utilities> gUtils;
-    std::string gStoreID;                   // the store of the logged-on mailbox's Inbox
-    std::unique_ptr<IndexRun> gIndex;       // from log-on until the Session object ends
-    std::unique_ptr<ManageRun> gManage;     // likewise
+    std::string gStoreID;  // the store of the logged-on mailbox's Inbox
+    // From log-on until the Session object ends; a run that is on the stack then ends first.
+    std::shared_ptr<IndexRun> gIndex;
+    std::shared_ptr<ManageRun> gManage;
     std::unique_ptr<RecordSet> gFolderRST;  // closed by the Session object's end
     std::unique_ptr<RecordSet> gAttachRST;  // likewise
 

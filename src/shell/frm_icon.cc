@@ -8,12 +8,14 @@ FrmIcon::~FrmIcon() {
 }
 
 // The handlers work on a reference to the state alone: the run that they start unloads this form.
+// They hold the run while it works, for a pump in it may serve the end of the session.
 void FrmIcon::EnableIndexTimer(int interval_ms) {
     Disarm(tmrIndex_);
     tmrIndex_ = state_.ports.loop.ArmTimer(interval_ms, [this] {
         BasCI& state = state_;
         Disarm(tmrIndex_);
-        if (state.gIndex != nullptr) state.gIndex->StartIndex();
+        const std::shared_ptr<IndexRun> run = state.gIndex;
+        if (run != nullptr) run->StartIndex();
     });
 }
 
@@ -22,7 +24,8 @@ void FrmIcon::EnableManageTimer(int interval_ms) {
     tmrManage_ = state_.ports.loop.ArmTimer(interval_ms, [this] {
         BasCI& state = state_;
         Disarm(tmrManage_);
-        if (state.gManage != nullptr) state.gManage->StartManage();
+        const std::shared_ptr<ManageRun> run = state.gManage;
+        if (run != nullptr) run->StartManage();
     });
 }
 

@@ -12,6 +12,9 @@ class ManageRun {
     virtual ~ManageRun() = default;
     virtual bool InProcess() const = 0;
     virtual void StartManage() = 0;
+
+    // Its client is gone: a run under way stops at the next cancel point and tells nobody.
+    virtual void Abandon() = 0;
 };
 
 class IndexRun {
@@ -22,6 +25,7 @@ class IndexRun {
     virtual void Refresh(bool refresh) = 0;
     virtual void Index(bool recreate) = 0;
     virtual void StartIndex() = 0;
+    virtual void Abandon() = 0;  // as above
 
     // The directory of the index files, ending in "/"; empty when it cannot be made.
     virtual std::string GetZipIndexDir() = 0;

@@ -13,7 +13,10 @@ constexpr const char* kClass = "Session";
 
 }  // namespace
 
+// A run may be on the stack, and this end may be served by its pump.
 Session::~Session() {
+    if (state_.gManage != nullptr) state_.gManage->Abandon();
+    if (state_.gIndex != nullptr) state_.gIndex->Abandon();
     if (state_.gMAPISession != nullptr || state_.gUtils != nullptr) EndSession();
     state_.gManage.reset();
     state_.gIndex.reset();

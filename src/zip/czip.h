@@ -70,9 +70,12 @@ class CZIP {
 
     // Adds one row to the attachment index for every file inside the zip attachment saved at
     // `file_path`; `zip_file` is the attachment's name, `message` what the rows say of the message
-    // that holds it. Serves the loop between entries. Always False, callers look at the rows.
+    // that holds it. Serves the loop between entries; what is served may close or drop the index,
+    // which is why its owner's place is passed, and the listing then ends. Always False, callers
+    // look at the rows.
     bool GetZIPContent(const std::string& file_path, const std::string& zip_file,
-                       const AttachedTo& message, RecordSet& index, MessageLoop& loop);
+                       const AttachedTo& message, const std::unique_ptr<RecordSet>& index,
+                       MessageLoop& loop);
 
     // How the last GetZIPContent went.
     ZipListing LastListing() const { return last_listing_; }

@@ -43,7 +43,8 @@ std::string CommentOf(const std::string& text) {
 }  // namespace
 
 bool CZIP::GetZIPContent(const std::string& file_path, const std::string& zip_file,
-                         const AttachedTo& message, RecordSet& index, MessageLoop& loop) {
+                         const AttachedTo& message, const std::unique_ptr<RecordSet>& index,
+                         MessageLoop& loop) {
     constexpr const char* kProcedure = "GetZIPContent";
     const auto trace = [&](const std::string& text) {
         log_.Write(kClass, kProcedure, " '" + zip_file + "' on '" + message.subject + "': " + text,
@@ -63,6 +64,12 @@ bool CZIP::GetZIPContent(const std::string& file_path, const std::string& zip_fi
     // An archive without entries takes one step as well, and finds nothing.
     for (std::int32_t i = 0; i == 0 || i < count; ++i) {
         loop.Pump();
+        // A client that was served may have ended its session.
+        if (index == nullptr || index->State() != kStateOpen) {
+            last_listing_ = ZipListing::kFailed;
+            trace("listed up to entry " + std::to_string(i) + ": the index was closed");
+            break;
+        }
         unzip_engine_->Action(kUnzipNext);
         if (unzip_engine_->error_code != 0) {
             if (i >= count) break;
@@ -71,7 +78,7 @@ bool CZIP::GetZIPContent(const std::string& file_path, const std::string& zip_fi
                   CodeAndText(unzip_engine_->error_code));
             break;
         }
-        if (!AddContentRow(zip_file, message, index, {log_, kClass, kProcedure})) {
+        if (!AddContentRow(zip_file, message, *index, {log_, kClass, kProcedure})) {
             last_listing_ = ZipListing::kFailed;
         }
     }

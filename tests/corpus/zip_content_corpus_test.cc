@@ -124,7 +124,7 @@ class ZipContentCorpus : public testing::Test {
         AttachedTo message;
         message.entry_id = "00";
         std::unique_ptr<RecordSet> index = test::OpenIndex();
-        EXPECT_FALSE(zip_.GetZIPContent(path, "a.zip", message, *index, loop_));
+        EXPECT_FALSE(zip_.GetZIPContent(path, "a.zip", message, index, loop_));
         std::vector<Row> rows;
         if (index->RecordCount() == 0) return rows;
         EXPECT_TRUE(index->MoveFirst().ok());

@@ -262,6 +262,51 @@ TEST_F(IndexRunTest, AnUpdateWithoutChangesReadsNoMessage) {
     EXPECT_EQ(world.index().Summary().messages_indexed, 0);
 }
 
+// Whatever the pump serves the end of the session in: nothing of the index is touched afterwards,
+// and what was saved stands.
+TEST_F(IndexRunTest, ASessionThatEndsInsideAnyPumpEndsTheRunAndKeepsTheSavedIndex) {
+    const auto arrange = [](IndexWorld& one) {
+        one.AddMessage(*one.inbox, "plain", {World::File("p.txt", "p")});
+        one.AddMessage(one.inbox->Add("F3", "Emptied"), "gone", {World::File("g.txt", "g")});
+        one.AddMessage(one.inbox->Add("F4", "Zips"), "zips",
+                       {World::File("z.zip", test::Zips::Archive({{"x", "1"}, {"y", "2"}})),
+                        World::File("after.txt", "a")});
+        one.Rebuild();
+        ASSERT_EQ(one.End(), "Complete 0");
+        one.inbox->folders[0]->messages.clear();
+        one.inbox->folders[1]->messages[0].modified = one.clock.utc;
+        one.clock.AdvanceMinutes(10);
+        one.index_recorder.events.clear();
+        one.loop.pumps = 0;
+    };
+    IndexWorld dry;
+    arrange(dry);
+    dry.Update();
+    ASSERT_EQ(dry.End(), "Complete 0");
+    const int pumps = dry.loop.pumps;
+    ASSERT_GT(pumps, 6);
+
+    for (int nth = 1; nth <= pumps; ++nth) {
+        SCOPED_TRACE(nth);
+        IndexWorld one;
+        arrange(one);
+        const std::string saved = one.Saved("txattach.zip");
+        one.loop.on_pump = [&](int pump) {
+            if (pump == nth) one.session.reset();
+        };
+
+        one.Update();
+
+        EXPECT_EQ(one.session, nullptr);
+        EXPECT_EQ(one.ci.gAttachRST, nullptr);
+        EXPECT_EQ(one.ci.gIndex, nullptr);
+        EXPECT_EQ(one.Saved("txattach.zip"), saved);
+        EXPECT_FALSE(one.Raised("Complete 0"));
+        for (const auto& [path, bytes] : one.files.files)
+            EXPECT_EQ(path.find("/stage-"), std::string::npos) << path;
+    }
+}
+
 // A compression run that hands over to an index run.
 struct ChainedRunTest : IndexRunTest {
     void RunChained(const std::string& folder_ids) {

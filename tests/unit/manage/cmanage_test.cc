@@ -18,6 +18,7 @@ class FakeIndex final : public IndexRun {
     void Refresh(bool value) override { refresh = value; }
     void Index(bool recreate) override { calls.push_back(recreate); }
     void StartIndex() override {}
+    void Abandon() override {}
     std::string GetZipIndexDir() override { return {}; }
 
     std::string targets = "unset";

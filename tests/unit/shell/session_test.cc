@@ -182,6 +182,29 @@ TEST_F(SessionLogon, ItsEndDropsTheRunsAndClosesTheRecordSets) {
     EXPECT_EQ(world.ci.gMAPISession, nullptr);
 }
 
+TEST_F(SessionLogon, ItsEndInsideACompressionRunStopsTheRunAndTellsNobody) {
+    world.AddMessage(*world.inbox, "one", {World::File("a.txt", "data")});
+    world.AddMessage(*world.inbox, "two", {World::File("b.txt", "data")});
+    session().Logon("home");
+    world.loop.on_pump = [&](int pump) {
+        if (pump == 2) world.session.reset();
+    };
+    CManage& manage = *session().Manage();
+    manage.Compress(true);
+    manage.Events(&world.recorder);
+    manage.Manage(false);
+
+    world.loop.FireTimers();
+
+    EXPECT_EQ(world.session, nullptr);
+    EXPECT_EQ(world.ci.gManage, nullptr);
+    EXPECT_EQ(world.ci.gFolderRST, nullptr);
+    EXPECT_TRUE(world.Logged("CManage::StartManage: user cancelled."));
+    for (const std::string& event : world.recorder.events)
+        EXPECT_FALSE(event.starts_with("Abort") || event.starts_with("Complete")) << event;
+    EXPECT_EQ(world.inbox->messages[0].attachments[0].name, "a.txt");
+}
+
 TEST_F(SessionLogon, ALongLogonNameStillHasAnIndexDirectoryOfItsOwn) {
     const std::string one = "maildir:/" + std::string(250, 'x') + "1";
     const std::string two = "maildir:/" + std::string(250, 'x') + "2";

@@ -42,7 +42,7 @@ class CZIPOverTheEngines : public testing::Test {
 
     std::vector<std::string> ListedNames() {
         std::unique_ptr<RecordSet> index = test::OpenIndex();
-        zip_.GetZIPContent(path_, "a.zip", AttachedTo(), *index, loop_);
+        zip_.GetZIPContent(path_, "a.zip", AttachedTo(), index, loop_);
         return test::ColumnOf(*index, "FileName");
     }
 

@@ -48,7 +48,7 @@ struct World {
     }
 
     bool List(const AttachedTo& message = Message()) {
-        return zip.GetZIPContent("/w/a.zip", "minutes.zip", message, *index, loop);
+        return zip.GetZIPContent("/w/a.zip", "minutes.zip", message, index, loop);
     }
 
     std::vector<std::string> Column(const std::string& name) {
@@ -248,7 +248,8 @@ TEST(CZIPGetZIPContent, KeepsTheRowsBeforeADamagedEntry) {
 TEST(CZIPGetZIPContent, ARecordSetThatFailsOnceCostsOneRowAndIsTold) {
     World world;
     world.Put({{"a", "1", 0}, {"b", "2", 0}, {"c", "3", 0}});
-    fakes::FakeRecordSet index(world.plan, world.files);
+    auto made = std::make_unique<fakes::FakeRecordSet>(world.plan, world.files);
+    fakes::FakeRecordSet& index = *made;
     for (const char* name : {"FileName", "FileIndex", "FileDate", "FileSize", "ZipFile", "ZipIndex",
                              "EntryID", "StoreID", "Folder", "FolderKey", "From", "Sender", "To",
                              "DisplayTo", "Subject", "Received"}) {
@@ -260,12 +261,37 @@ TEST(CZIPGetZIPContent, ARecordSetThatFailsOnceCostsOneRowAndIsTold) {
         if (pump == 2) world.plan.FailCalls("recordset.Update", RuntimeError(kOutOfMemory));
     };
 
-    world.zip.GetZIPContent("/w/a.zip", "minutes.zip", Message(), index, world.loop);
+    world.index = std::move(made);
+    world.List();
 
     ASSERT_EQ(index.rows.size(), 2U);
     EXPECT_EQ(std::get<std::string>(index.rows[0][0]), "a");
     EXPECT_EQ(std::get<std::string>(index.rows[1][0]), "c");
     EXPECT_EQ(world.zip.LastListing(), ZipListing::kFailed);
+}
+
+TEST(CZIPGetZIPContent, EndsWhenTheIndexIsDroppedOrClosedBetweenTwoEntries) {
+    for (const bool dropped : {true, false}) {
+        World world;
+        world.Put({{"a", "1", 0}, {"b", "2", 0}, {"c", "3", 0}});
+        world.loop.on_pump = [&](int pump) {
+            if (pump != 2) return;
+            EXPECT_EQ(world.index->RecordCount(), 1);
+            if (dropped) {
+                world.index.reset();
+            } else {
+                EXPECT_TRUE(world.index->Close().ok());
+            }
+        };
+
+        EXPECT_FALSE(world.List());
+
+        EXPECT_EQ(world.loop.pumps, 2);
+        EXPECT_EQ(world.zip.LastListing(), ZipListing::kFailed);
+        EXPECT_THAT(world.log.MessagesOfLevel(12),
+                    ElementsAre(" 'minutes.zip' on 'Minutes': listed up to entry 1: the index was "
+                                "closed"));
+    }
 }
 
 TEST(CZIPGetZIPContent, ListsAsManyEntriesAsHaveANumber) {
@@ -292,7 +318,7 @@ TEST(CZIPGetZIPContent, DoesNothingWithoutAnEngine) {
     fakes::FakeMessageLoop loop;
     const auto index = test::OpenIndex();
 
-    EXPECT_FALSE(zip.GetZIPContent("/w/a.zip", "z", Message(), *index, loop));
+    EXPECT_FALSE(zip.GetZIPContent("/w/a.zip", "z", Message(), index, loop));
 
     EXPECT_EQ(index->RecordCount(), 0);
     EXPECT_EQ(zip.LastListing(), ZipListing::kFailed);
