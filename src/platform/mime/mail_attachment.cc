@@ -32,6 +32,15 @@ std::string ShortcutText(const MimePart& part) {
     return "[InternetShortcut]\r\nURL=" + url + "\r\n";
 }
 
+// Whether the link is a file on a named machine, which others can open too; any other path or
+// address means something only to whoever wrote it.
+bool IsOnFileServer(const MimePart& part) {
+    if (AsciiLower(part.type.Parameter("access-type")) != "local-file") return false;
+    const std::string path = part.type.Parameter("name");
+    return path.starts_with("\\\\") || path.starts_with("//") ||
+           !part.type.Parameter("site").empty();
+}
+
 class MailAttachment final : public Attachment {
  public:
     MailAttachment(AttachmentOwner& owner, std::shared_ptr<AttachmentSlot> slot)
@@ -164,7 +173,7 @@ class MailAttachment final : public Attachment {
     int Method() {
         switch (Info().kind) {
             case AttachmentKind::kMessage: return 5;
-            case AttachmentKind::kLink: return 4;
+            case AttachmentKind::kLink: return IsOnFileServer(Part()) ? 2 : 4;
             case AttachmentKind::kTnef: return 6;
             default: return 1;
         }

@@ -415,6 +415,27 @@ TEST(AttachmentMethod, TellsKindsApart) {
     EXPECT_TRUE(DataOf(*ItemOf(*message, 6)).starts_with("Content-Type: message/external-body"));
 }
 
+TEST(AttachmentMethod, TellsAFileOnAServerFromAnyOtherLink) {
+    World world;
+    const std::string link = "message/external-body; access-type=";
+    auto message = world.Open(
+        Wrap("mixed", Part("text/plain") + Part(link + "local-file; name=\"/srv/plan.pdf\"") +
+                          Part(link + "local-file; name=\"//server/share/plan.pdf\"") +
+                          Part(link + "LOCAL-FILE; name=\"\\\\\\\\server\\\\plan.pdf\"") +
+                          Part(link + "local-file; site=\"server.example\"; name=\"/plan.pdf\"") +
+                          Part(link + "url; url=\"http://x//y\"")));
+    const std::vector<std::int32_t> expected = {4, 2, 2, 2, 4};
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        auto item = ItemOf(*message, static_cast<int>(i) + 1);
+        EXPECT_EQ(std::get<std::int32_t>(item->Field(kTagAttachmentMethod).value()), expected[i])
+            << i;
+        EXPECT_EQ(item->Type().value(), 2);
+        EXPECT_EQ(item->Size().value(), 0);
+    }
+    EXPECT_EQ(std::get<std::string>(ItemOf(*message, 3)->Field(kTagDisplayName).value()),
+              "plan.pdf");
+}
+
 TEST(AttachmentFields, GiveDateShortNameAndDescription) {
     World world;
     auto message = world.Open(Wrap(
