@@ -3,14 +3,7 @@
 #include <algorithm>
 
 namespace trevix::recordset {
-namespace {
-
-constexpr std::size_t kFirstSlots = 64;
-
-}  // namespace
-
-FieldIndex::FieldIndex(const Table& table, std::size_t column)
-    : table_(table), column_(column), slots_(kFirstSlots) {
+FieldIndex::FieldIndex(const Table& table, std::size_t column) : table_(table), column_(column) {
     const RowStore& rows = table_.rows();
     for (RowId row = rows.FirstLive(); row != kNoRow; row = rows.NextLive(std::size_t{row} + 1)) {
         Insert(row);
@@ -19,24 +12,18 @@ FieldIndex::FieldIndex(const Table& table, std::size_t column)
 
 // The slot that holds the value of `key`, else the free one where it would go.
 std::size_t FieldIndex::FindSlot(const CellKey& key) const {
-    const std::size_t mask = slots_.size() - 1;
-    std::size_t at = key.hash & mask;
-    for (; slots_[at].value != kNoValue; at = (at + 1) & mask) {
-        if (slots_[at].hash != key.hash) continue;
-        if (KeysEqual(KeyOfRow(values_[slots_[at].value].chain.first), key)) break;
-    }
-    return at;
+    return slots_.Find(key.hash, [&](std::uint32_t number) {
+        const Value& value = values_[number];
+        return value.hash == key.hash && KeysEqual(KeyOfRow(value.chain.first), key);
+    });
 }
 
 // The slot of the value whose chain begins or ends with `row`, which is in the index.
 std::size_t FieldIndex::FindSlotOfEnd(std::uint32_t hash, RowId row) const {
-    const std::size_t mask = slots_.size() - 1;
-    std::size_t at = hash & mask;
-    for (;; at = (at + 1) & mask) {
-        if (slots_[at].hash != hash || slots_[at].value == kNoValue) continue;
-        const Chain& chain = values_[slots_[at].value].chain;
-        if (chain.first == row || chain.last == row) return at;
-    }
+    return slots_.Find(hash, [&](std::uint32_t number) {
+        const Chain& chain = values_[number].chain;
+        return chain.first == row || chain.last == row;
+    });
 }
 
 void FieldIndex::Insert(RowId row) {
@@ -45,18 +32,18 @@ void FieldIndex::Insert(RowId row) {
     const CellKey key = KeyOfRow(row);
     if (key.kind == CellKey::Kind::kNone) return;
     const std::size_t slot = FindSlot(key);
-    if (slots_[slot].value == kNoValue) {
+    if (slots_.IsFree(slot)) {
         AddValue(key.hash, row);
         return;
     }
-    Value& value = values_[slots_[slot].value];
+    Chain& chain = values_[slots_.NumberAt(slot)].chain;
     // A row that was changed to this value may belong in the middle. It is put there when the
     // value is asked for next, so that a run of such changes is sorted once.
-    if (row < value.chain.last) value.in_order = false;
-    links_[row].previous = value.chain.last;
-    links_[value.chain.last].next = row;
-    value.chain.last = row;
-    ++value.chain.count;
+    if (row < chain.last) unordered_values_.insert(slots_.NumberAt(slot));
+    links_[row].previous = chain.last;
+    links_[chain.last].next = row;
+    chain.last = row;
+    ++chain.count;
 }
 
 void FieldIndex::Remove(RowId row) {
@@ -66,21 +53,22 @@ void FieldIndex::Remove(RowId row) {
     const std::size_t slot = link.previous == kNoRow || link.next == kNoRow
                                  ? FindSlotOfEnd(key.hash, row)
                                  : FindSlot(key);
-    Value& value = values_[slots_[slot].value];
+    Chain& chain = values_[slots_.NumberAt(slot)].chain;
     if (link.previous != kNoRow) links_[link.previous].next = link.next;
     if (link.next != kNoRow) links_[link.next].previous = link.previous;
-    if (value.chain.first == row) value.chain.first = link.next;
-    if (value.chain.last == row) value.chain.last = link.previous;
-    if (--value.chain.count == 0) RemoveValue(slot);
+    if (chain.first == row) chain.first = link.next;
+    if (chain.last == row) chain.last = link.previous;
+    if (--chain.count == 0) RemoveValue(slot);
     links_[row] = Link();
 }
 
 FieldIndex::Chain FieldIndex::Lookup(const CellKey& key) {
     const std::size_t slot = FindSlot(key);
-    if (slots_[slot].value == kNoValue) return {};
-    Value& value = values_[slots_[slot].value];
-    if (!value.in_order) PutInOrder(value);
-    return value.chain;
+    if (slots_.IsFree(slot)) return {};
+    const std::uint32_t number = slots_.NumberAt(slot);
+    Chain& chain = values_[number].chain;
+    if (!unordered_values_.empty() && unordered_values_.erase(number) > 0) PutInOrder(chain);
+    return chain;
 }
 
 void FieldIndex::AddValue(std::uint32_t hash, RowId row) {
@@ -95,47 +83,31 @@ void FieldIndex::AddValue(std::uint32_t hash, RowId row) {
         freed_values_.pop_back();
         values_[number] = value;
     }
-    if ((used_slots_ + 1) * 4 > slots_.size() * 3) Rehash(slots_.size() * 2);
-    Place(hash, number);
+    if (slots_.IsFull()) {
+        GrowSlots();
+    } else {
+        slots_.Place(hash, number);
+    }
 }
 
-// Closes the gap, so that a search still ends at the first free slot.
 void FieldIndex::RemoveValue(std::size_t slot) {
-    freed_values_.push_back(slots_[slot].value);
-    const std::size_t mask = slots_.size() - 1;
-    std::size_t gap = slot;
-    for (std::size_t at = (gap + 1) & mask; slots_[at].value != kNoValue; at = (at + 1) & mask) {
-        const std::size_t home = slots_[at].hash & mask;
-        if (((at - home) & mask) < ((at - gap) & mask)) continue;
-        slots_[gap] = slots_[at];
-        gap = at;
-    }
-    slots_[gap] = Slot();
-    --used_slots_;
+    const std::uint32_t number = slots_.NumberAt(slot);
+    slots_.Remove(slot, [this](std::uint32_t other) { return values_[other].hash; });
+    unordered_values_.erase(number);
+    freed_values_.push_back(number);
 }
 
-void FieldIndex::Place(std::uint32_t hash, std::uint32_t value) {
-    const std::size_t mask = slots_.size() - 1;
-    std::size_t at = hash & mask;
-    while (slots_[at].value != kNoValue)
-        at = (at + 1) & mask;
-    slots_[at] = Slot{hash, value};
-    ++used_slots_;
-}
-
-void FieldIndex::Rehash(std::size_t slot_count) {
-    std::vector<Slot> old(slot_count);
-    old.swap(slots_);
-    used_slots_ = 0;
-    for (const Slot& slot : old) {
-        if (slot.value != kNoValue) Place(slot.hash, slot.value);
+void FieldIndex::GrowSlots() {
+    slots_ = SlotTable(slots_.slot_count() * 2);
+    for (std::uint32_t number = 0; number < values_.size(); ++number) {
+        if (values_[number].chain.count > 0) slots_.Place(values_[number].hash, number);
     }
 }
 
-void FieldIndex::PutInOrder(Value& value) {
+void FieldIndex::PutInOrder(Chain& chain) {
     std::vector<RowId> rows;
-    rows.reserve(value.chain.count);
-    for (RowId row = value.chain.first; row != kNoRow; row = links_[row].next)
+    rows.reserve(chain.count);
+    for (RowId row = chain.first; row != kNoRow; row = links_[row].next)
         rows.push_back(row);
     std::sort(rows.begin(), rows.end());
     RowId previous = kNoRow;
@@ -144,9 +116,8 @@ void FieldIndex::PutInOrder(Value& value) {
         if (previous != kNoRow) links_[previous].next = row;
         previous = row;
     }
-    value.chain.first = rows.front();
-    value.chain.last = rows.back();
-    value.in_order = true;
+    chain.first = rows.front();
+    chain.last = rows.back();
 }
 
 }  // namespace trevix::recordset

@@ -5,10 +5,12 @@
 #pragma once
 
 #include <cstdint>
+#include <unordered_set>
 #include <vector>
 
 #include "platform/recordset/cell_key.h"
 #include "platform/recordset/chunked_array.h"
+#include "platform/recordset/slot_table.h"
 #include "platform/recordset/table.h"
 
 namespace trevix::recordset {
@@ -28,7 +30,7 @@ class FieldIndex {
     struct Chain {
         RowId first = kNoRow;
         RowId last = kNoRow;
-        std::size_t count = 0;
+        std::uint32_t count = 0;
     };
     Chain Lookup(const CellKey& key);
     RowId Next(RowId row) const { return links_[row].next; }
@@ -39,31 +41,24 @@ class FieldIndex {
         RowId next = kNoRow;
     };
     struct Value {
-        Chain chain;
+        Chain chain;  // of no rows: freed
         std::uint32_t hash = 0;
-        bool in_order = true;
     };
-    struct Slot {
-        std::uint32_t hash = 0;
-        std::uint32_t value = kNoValue;
-    };
-    static constexpr std::uint32_t kNoValue = 0xFFFFFFFF;
 
     CellKey KeyOfRow(RowId row) const { return KeyOf(table_, table_.rows().At(row), column_); }
     std::size_t FindSlot(const CellKey& key) const;
     std::size_t FindSlotOfEnd(std::uint32_t hash, RowId row) const;
     void AddValue(std::uint32_t hash, RowId row);
     void RemoveValue(std::size_t slot);
-    void Place(std::uint32_t hash, std::uint32_t value);
-    void Rehash(std::size_t slot_count);
-    void PutInOrder(Value& value);
+    void GrowSlots();
+    void PutInOrder(Chain& chain);
 
     const Table& table_;
     std::size_t column_;
-    std::vector<Slot> slots_;  // open addressing, a power of two
-    std::size_t used_slots_ = 0;
+    SlotTable slots_;  // of values_
     ChunkedArray<Value> values_;
     std::vector<std::uint32_t> freed_values_;
+    std::unordered_set<std::uint32_t> unordered_values_;  // whose rows are not in order
     ChunkedArray<Link> links_;
 };
 

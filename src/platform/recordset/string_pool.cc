@@ -8,13 +8,12 @@
 namespace trevix::recordset {
 namespace {
 
-constexpr std::size_t kFirstSlots = 64;
 constexpr std::size_t kSmallBlock = 4096;
 constexpr std::size_t kLargeBlock = 262144;
 
 }  // namespace
 
-StringPool::StringPool() : slots_(kFirstSlots) {
+StringPool::StringPool() {
     Intern({});
 }
 
@@ -42,10 +41,9 @@ const char* StringPool::Arena::Keep(std::string_view text) {
 
 TextId StringPool::Intern(std::string_view text) {
     const std::uint32_t hash = FoldedHash(text);
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t at = hash & mask; slots_[at].id != kNoText; at = (at + 1) & mask) {
-        if (slots_[at].hash == hash && View(slots_[at].id) == text) return slots_[at].id;
-    }
+    const std::size_t slot =
+        slots_.Find(hash, [&](TextId id) { return entries_[id].hash == hash && View(id) == text; });
+    if (!slots_.IsFree(slot)) return slots_.NumberAt(slot);
     Entry entry;
     entry.data = arena_.Keep(text);
     entry.size = static_cast<std::uint32_t>(text.size());
@@ -58,38 +56,29 @@ TextId StringPool::Intern(std::string_view text) {
         freed_.pop_back();
         entries_[id] = entry;
     }
-    if ((used_slots_ + 1) * 4 > slots_.size() * 3) Rehash(slots_.size() * 2);
-    Place(hash, id);
+    if (slots_.IsFull()) {
+        GrowSlots();
+    } else {
+        slots_.Place(hash, id);
+    }
     return id;
 }
 
-void StringPool::Place(std::uint32_t hash, TextId id) {
-    const std::size_t mask = slots_.size() - 1;
-    std::size_t at = hash & mask;
-    while (slots_[at].id != kNoText)
-        at = (at + 1) & mask;
-    slots_[at] = Slot{hash, id};
-    ++used_slots_;
-}
-
-void StringPool::Rehash(std::size_t slot_count) {
-    std::vector<Slot> old(slot_count);
-    old.swap(slots_);
-    used_slots_ = 0;
-    for (const Slot& slot : old) {
-        if (slot.id != kNoText) Place(slot.hash, slot.id);
+void StringPool::GrowSlots() {
+    slots_ = SlotTable(slots_.slot_count() * 2);
+    for (TextId id = 0; id < entries_.size(); ++id) {
+        if (!IsFreed(id)) slots_.Place(entries_[id].hash, id);
     }
 }
 
 void StringPool::Sweep(const std::vector<bool>& used) {
     Arena kept;
     freed_.clear();
-    std::vector<Slot>(slots_.size()).swap(slots_);
-    used_slots_ = 0;
+    slots_ = SlotTable(slots_.slot_count());
     for (TextId id = 0; id < entries_.size(); ++id) {
         if (id == kEmptyText || (id < used.size() && used[id])) {
             entries_[id].data = kept.Keep(View(id));
-            Place(entries_[id].hash, id);
+            slots_.Place(entries_[id].hash, id);
         } else {
             entries_[id] = Entry();
             freed_.push_back(id);

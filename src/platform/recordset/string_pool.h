@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/recordset/chunked_array.h"
+#include "platform/recordset/slot_table.h"
 
 namespace trevix::recordset {
 
@@ -28,7 +29,7 @@ class StringPool {
     // `guess` when that is the number of `text`, else Intern(text). Any number below size() may be
     // guessed, also a freed one.
     TextId Intern(std::string_view text, TextId guess) {
-        return View(guess) == text ? guess : Intern(text);
+        return !IsFreed(guess) && View(guess) == text ? guess : Intern(text);
     }
 
     // Valid until the next Sweep().
@@ -44,13 +45,9 @@ class StringPool {
 
  private:
     struct Entry {
-        const char* data = "";
+        const char* data = nullptr;  // null: freed
         std::uint32_t size = 0;
         std::uint32_t hash = 0;
-    };
-    struct Slot {
-        std::uint32_t hash = 0;
-        TextId id = kNoText;
     };
     struct Arena {
         std::vector<std::unique_ptr<char[]>> blocks;
@@ -58,15 +55,13 @@ class StringPool {
         std::size_t left = 0;
         const char* Keep(std::string_view text);
     };
-    static constexpr TextId kNoText = 0xFFFFFFFF;
-
-    void Place(std::uint32_t hash, TextId id);
-    void Rehash(std::size_t slot_count);
+    // A freed text looks like an empty one, but its number is given away again.
+    bool IsFreed(TextId id) const { return entries_[id].data == nullptr; }
+    void GrowSlots();
 
     ChunkedArray<Entry> entries_;
     std::vector<TextId> freed_;
-    std::vector<Slot> slots_;  // open addressing, a power of two
-    std::size_t used_slots_ = 0;
+    SlotTable slots_;
     Arena arena_;
 };
 

@@ -174,6 +174,40 @@ TEST(ClientRecordSetAddNew, KeepsEveryRecordWhileRoomIsMadeAgainAndAgain) {
     }
 }
 
+// The text that was set last may be freed when room is made; its number must not stand for the
+// empty text then, for the next new text gets it.
+TEST(ClientRecordSetAddNew, KeepsAnEmptyTextEmptyWhenRoomWasMadeBeforeIt) {
+    ClientRecordSet set;
+    ASSERT_TRUE(set.Append("A", FieldType::kBstr, 255, kFieldUnspecified).ok());
+    ASSERT_TRUE(set.Append("B", FieldType::kBstr, 255, kFieldUnspecified).ok());
+    ASSERT_TRUE(set.Open().ok());
+    for (int i = 0; i < 20000; ++i) {
+        ASSERT_TRUE(set.AddNew().ok());
+        ASSERT_TRUE(set.Set("A", "text " + std::to_string(i)).ok());
+        ASSERT_TRUE(set.Update().ok());
+    }
+    ASSERT_TRUE(set.MoveFirst().ok());
+    while (!set.Eof()) {
+        ASSERT_TRUE(set.Delete().ok());
+        ASSERT_TRUE(set.MoveNext().ok());
+    }
+
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(set.AddNew().ok());
+        ASSERT_TRUE(set.Set("A", std::string()).ok());
+        ASSERT_TRUE(set.Set("B", "new " + std::to_string(i)).ok());
+        ASSERT_TRUE(set.Update().ok());
+    }
+
+    ASSERT_EQ(set.RecordCount(), 3);
+    ASSERT_TRUE(set.MoveFirst().ok());
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(std::get<std::string>(set.Get("A").value()), "") << i;
+        EXPECT_EQ(std::get<std::string>(set.Get("B").value()), "new " + std::to_string(i));
+        ASSERT_TRUE(set.MoveNext().ok());
+    }
+}
+
 TEST(ClientRecordSetAddNew, KeepsTheCurrentRecordWhenRoomIsMade) {
     ClientRecordSet set;
     ASSERT_TRUE(set.Append("N", FieldType::kInteger, 0, kFieldUnspecified).ok());
