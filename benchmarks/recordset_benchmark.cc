@@ -9,113 +9,20 @@
 #include <string>
 #include <vector>
 
-#include "platform/recordset/factory.h"
+#include "sample_index.h"
 
 namespace {
 
-using trevix::Date;
-using trevix::FieldType;
 using trevix::RecordSet;
-using trevix::Status;
-
-constexpr int kRowsOfMessage = 3;
-constexpr int kMessagesOfFolder = 200;
-
-void Require(const Status& status) {
-    if (!status.ok()) std::abort();
-}
-
-// Attachment names are all different, the rest is shared by the rows of a message.
-struct Message {
-    std::string folder;
-    std::string entry_id;
-    std::string subject;
-    std::string from;
-    std::string to;
-    std::int16_t folder_key = 0;
-};
-
-std::string EntryIdOf(int number) {
-    char digits[16];
-    std::snprintf(digits, sizeof digits, "%08X", static_cast<unsigned>(number));
-    return "0000000038A1BB1005E5101AA1BB08002B2A56C200006D737073742E646C6C000000000"
-           "04E495441F9BFB80100AA0037D96E0000000000000000000000000000" +
-           std::string(digits) + "0000";
-}
-
-Message MessageOf(int number) {
-    Message message;
-    const int folder = number / kMessagesOfFolder;
-    const std::string text = std::to_string(number);
-    message.folder = "Top of Personal Folders\\Projects\\Customer " + std::to_string(folder);
-    message.entry_id = EntryIdOf(number);
-    message.subject = "Re: minutes of the meeting about offer " + text;
-    message.from = "Sender " + std::to_string(number % 5000) + " <sender@example.com>";
-    message.to = "Group " + std::to_string(number % 700) + "; Somebody Else; A Third Person";
-    message.folder_key = static_cast<std::int16_t>(1 + folder % 32000);
-    return message;
-}
-
-std::unique_ptr<RecordSet> NewIndex() {
-    trevix::recordset::Factory factory;
-    auto set = factory.CreateRecordSet();
-    RecordSet& index = *set.value();
-    const auto text = [&index](const char* name, int size) {
-        Require(index.Append(name, FieldType::kBstr, size, trevix::kFieldUnspecified));
-    };
-    const auto other = [&index](const char* name, FieldType type, int attributes) {
-        Require(index.Append(name, type, 0, attributes));
-    };
-    text("FileName", 255);
-    other("FileIndex", FieldType::kInteger, trevix::kFieldUnspecified);
-    other("FileDate", FieldType::kDate, trevix::kFieldMayBeNull);
-    other("FileSize", FieldType::kInteger, trevix::kFieldUnspecified);
-    other("ZipIndex", FieldType::kSmallInt, trevix::kFieldMayBeNull);
-    text("ZipFile", 255);
-    text("Folder", 140);
-    text("EntryID", 255);
-    text("StoreID", 255);
-    text("Subject", 255);
-    text("From", 140);
-    text("Sender", 140);
-    text("To", 255);
-    text("DisplayTo", 255);
-    other("Received", FieldType::kDate, trevix::kFieldMayBeNull);
-    other("FolderKey", FieldType::kSmallInt, trevix::kFieldUnspecified);
-    Require(index.Open());
-    return std::move(set).value();
-}
-
-void AddRow(RecordSet& index, const Message& message, int row) {
-    Require(index.AddNew());
-    Require(index.Set("FileName", "attachment number " + std::to_string(row) + ".pdf"));
-    Require(index.Set("FileIndex", std::int32_t{0}));
-    Require(index.Set("FileDate", Date{38000 + row / 1e4}));
-    Require(index.Set("FileSize", std::int32_t{row * 17}));
-    Require(index.Set("ZipIndex", std::int16_t{-1}));
-    Require(index.Set("ZipFile", std::string()));
-    Require(index.Set("Folder", message.folder));
-    Require(index.Set("EntryID", message.entry_id));
-    Require(index.Set("StoreID", std::string()));
-    Require(index.Set("Subject", message.subject));
-    Require(index.Set("From", message.from));
-    Require(index.Set("Sender", message.from));
-    Require(index.Set("To", message.to));
-    Require(index.Set("DisplayTo", message.to));
-    Require(index.Set("Received", Date{38000 + row / 1e4}));
-    Require(index.Set("FolderKey", message.folder_key));
-    Require(index.Update());
-}
-
-std::unique_ptr<RecordSet> IndexOf(int rows) {
-    auto index = NewIndex();
-    Message message;
-    for (int row = 0; row < rows; ++row) {
-        if (row % kRowsOfMessage == 0) message = MessageOf(row / kRowsOfMessage);
-        AddRow(*index, message, row);
-    }
-    return index;
-}
+using trevix::benchmarks::AddRow;
+using trevix::benchmarks::EntryIdOf;
+using trevix::benchmarks::IndexOf;
+using trevix::benchmarks::kMessagesOfFolder;
+using trevix::benchmarks::kRowsOfMessage;
+using trevix::benchmarks::Message;
+using trevix::benchmarks::MessageOf;
+using trevix::benchmarks::NewIndex;
+using trevix::benchmarks::Require;
 
 std::size_t HeapBytes() {
     const struct mallinfo2 heap = ::mallinfo2();
@@ -225,6 +132,51 @@ void BM_ReplaceMessage(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
+// One row of a message, found by the message's ID and deleted; it comes back at the end.
+void BM_DeleteByEntryId(benchmark::State& state) {
+    auto index = IndexOf(RowsOf(state));
+    const auto criteria = EntryCriteria(RowsOf(state), 1000);
+    Require(index->SetFilter(criteria.front()));
+    std::size_t next = 0;
+    for ([[maybe_unused]] const auto run : state) {
+        Require(index->SetFilter(criteria[next++ % criteria.size()]));
+        if (index->RecordCount() == 0) std::abort();
+        Require(index->Delete());
+        Require(index->SetFilter(""));
+        Require(index->AddNew());
+        Require(index->Set("EntryID",
+                           criteria[(next - 1) % criteria.size()].substr(9, EntryIdOf(0).size())));
+        Require(index->Update());
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+// All rows of a folder go and come back, as many whatever the size of the index.
+void BM_DeleteByFolderKey(benchmark::State& state) {
+    auto index = IndexOf(RowsOf(state));
+    const int folders = 1 + (RowsOf(state) - 1) / (kRowsOfMessage * kMessagesOfFolder);
+    Require(index->SetFilter("FolderKey=1"));
+    std::int16_t key = 0;
+    std::int64_t rows = 0;
+    for ([[maybe_unused]] const auto run : state) {
+        key = static_cast<std::int16_t>(1 + key % folders);
+        Require(index->SetFilter("FolderKey=" + std::to_string(key)));
+        const std::int64_t shown = index->RecordCount();
+        while (!index->Eof()) {
+            Require(index->Delete());
+            Require(index->MoveNext());
+        }
+        Require(index->SetFilter(""));
+        for (std::int64_t i = 0; i < shown; ++i) {
+            Require(index->AddNew());
+            Require(index->Set("FolderKey", key));
+            Require(index->Update());
+        }
+        rows += shown;
+    }
+    state.SetItemsProcessed(rows);
+}
+
 class File {
  public:
     File() : path_((std::filesystem::temp_directory_path() / "recordset_benchmark.adtg").string()) {
@@ -274,8 +226,10 @@ BENCHMARK(BM_FindEntryId)->Arg(1000)->Arg(100000)->Arg(1000000);
 BENCHMARK(BM_FilterByEntryId)->Arg(1000)->Arg(100000)->Arg(1000000);
 BENCHMARK(BM_FilterByFolderKey)->Arg(1000)->Arg(100000)->Arg(1000000);
 BENCHMARK(BM_ReplaceMessage)->Arg(1000)->Arg(100000)->Arg(1000000);
-BENCHMARK(BM_Save)->Arg(100000)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Load)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DeleteByEntryId)->Arg(1000)->Arg(100000)->Arg(1000000);
+BENCHMARK(BM_DeleteByFolderKey)->Arg(1000)->Arg(100000)->Arg(1000000);
+BENCHMARK(BM_Save)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Load)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
