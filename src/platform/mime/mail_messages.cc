@@ -61,53 +61,22 @@ class MailRows final : public RowSet {
     std::shared_ptr<const FolderSummary> listing_;
 };
 
-class MailMessages final : public Messages, public RowSource {
+class MailMessages final : public RowMessages {
  public:
     MailMessages(std::string folder_id, std::shared_ptr<const FolderSummary> listing)
         : rows_(std::make_shared<const MailRows>(std::move(folder_id), std::move(listing))) {}
-
-    Status AddFilter(PropertyTag tag, const Variant& value) override {
-        TREVIX_RETURN_IF_ERROR(CheckFilterTag(tag));
-        filters_.push_back({tag, value});
-        return {};
-    }
-    Status ClearFilter() override {
-        filters_.clear();
-        return {};
-    }
-    Status Sort(int order, PropertyTag tag) override {
-        TREVIX_RETURN_IF_ERROR(CheckFilterTag(tag));
-        sort_order_ = order;
-        sort_tag_ = tag;
-        return {};
-    }
-    Result<std::int32_t> Count() override { return static_cast<std::int32_t>(Filtered().size()); }
 
     // Mail comes by delivery.
     Result<std::unique_ptr<Message>> Add(const std::string&) override {
         return MessagingError(kNoAccess, "messages are not added to mail folders");
     }
 
-    Result<std::shared_ptr<const RowSet>> Rows(std::vector<std::uint32_t>* order) override {
-        *order = Filtered();
-        SortRows(*rows_, sort_order_, sort_tag_, order);
+ private:
+    Result<std::shared_ptr<const RowSet>> AllRows() override {
         return std::shared_ptr<const RowSet>(rows_);
     }
 
- private:
-    std::vector<std::uint32_t> Filtered() const {
-        std::vector<std::uint32_t> order(rows_->size());
-        for (std::uint32_t i = 0; i < order.size(); ++i)
-            order[i] = i;
-        for (const RowFilter& filter : filters_)
-            KeepMatching(*rows_, filter, &order);
-        return order;
-    }
-
     std::shared_ptr<const MailRows> rows_;
-    std::vector<RowFilter> filters_;
-    int sort_order_ = kSortNone;
-    PropertyTag sort_tag_ = kTagLastModification;
 };
 
 }  // namespace

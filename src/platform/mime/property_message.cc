@@ -272,32 +272,9 @@ class PropertyRows final : public RowSet {
     std::vector<HiddenMail> mails_;
 };
 
-class PropertyMessages final : public Messages, public RowSource {
+class PropertyMessages final : public RowMessages {
  public:
     explicit PropertyMessages(PropertyFolder folder) : folder_(std::move(folder)) {}
-
-    Status AddFilter(PropertyTag tag, const Variant& value) override {
-        TREVIX_RETURN_IF_ERROR(CheckFilterTag(tag));
-        filters_.push_back({tag, value});
-        return {};
-    }
-    Status ClearFilter() override {
-        filters_.clear();
-        return {};
-    }
-    Status Sort(int order, PropertyTag tag) override {
-        TREVIX_RETURN_IF_ERROR(CheckFilterTag(tag));
-        sort_order_ = order;
-        sort_tag_ = tag;
-        return {};
-    }
-
-    Result<std::int32_t> Count() override {
-        std::vector<std::uint32_t> order;
-        const auto rows = Rows(&order);
-        if (!rows.ok()) return rows.error();
-        return static_cast<std::int32_t>(order.size());
-    }
 
     Result<std::unique_ptr<Message>> Add(const std::string& message_class) override {
         if (folder_.mails == nullptr) return MessagingError(kNoSupport);
@@ -306,27 +283,19 @@ class PropertyMessages final : public Messages, public RowSource {
         return OpenPropertyMessage(folder_, std::move(mail));
     }
 
-    Result<std::shared_ptr<const RowSet>> Rows(std::vector<std::uint32_t>* order) override {
+ private:
+    Result<std::shared_ptr<const RowSet>> AllRows() override {
         std::vector<HiddenMail> mails;
         if (folder_.mails != nullptr) {
             Result<std::vector<HiddenMail>> list = folder_.mails->List();
             if (!list.ok()) return list.error();
             mails = std::move(list).value();
         }
-        auto rows = std::make_shared<const PropertyRows>(folder_.folder_id, std::move(mails));
-        for (std::uint32_t i = 0; i < rows->size(); ++i)
-            order->push_back(i);
-        for (const RowFilter& filter : filters_)
-            KeepMatching(*rows, filter, order);
-        SortRows(*rows, sort_order_, sort_tag_, order);
-        return std::shared_ptr<const RowSet>(std::move(rows));
+        return std::shared_ptr<const RowSet>(
+            std::make_shared<const PropertyRows>(folder_.folder_id, std::move(mails)));
     }
 
- private:
     PropertyFolder folder_;
-    std::vector<RowFilter> filters_;
-    int sort_order_ = kSortNone;
-    PropertyTag sort_tag_ = kTagLastModification;
 };
 
 }  // namespace

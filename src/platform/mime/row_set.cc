@@ -1,6 +1,7 @@
 #include "platform/mime/row_set.h"
 
 #include <algorithm>
+#include <numeric>
 #include <string>
 
 #include "platform/mime/ascii.h"
@@ -90,6 +91,48 @@ void SortRows(const RowSet& rows, int sort_order, PropertyTag tag,
     }
     for (std::size_t i = 0; i < keys.size(); ++i)
         (*order)[i] = keys[i].row;
+}
+
+Status RowMessages::AddFilter(PropertyTag tag, const Variant& value) {
+    TREVIX_RETURN_IF_ERROR(CheckFilterTag(tag));
+    filters_.push_back({tag, value});
+    return {};
+}
+
+Status RowMessages::ClearFilter() {
+    filters_.clear();
+    return {};
+}
+
+Status RowMessages::Sort(int order, PropertyTag tag) {
+    TREVIX_RETURN_IF_ERROR(CheckFilterTag(tag));
+    sort_order_ = order;
+    sort_tag_ = tag;
+    return {};
+}
+
+// A count needs no order.
+Result<std::int32_t> RowMessages::Count() {
+    std::vector<std::uint32_t> order;
+    const auto rows = Filtered(&order);
+    if (!rows.ok()) return rows.error();
+    return static_cast<std::int32_t>(order.size());
+}
+
+Result<std::shared_ptr<const RowSet>> RowMessages::Rows(std::vector<std::uint32_t>* order) {
+    auto rows = Filtered(order);
+    if (rows.ok()) SortRows(*rows.value(), sort_order_, sort_tag_, order);
+    return rows;
+}
+
+Result<std::shared_ptr<const RowSet>> RowMessages::Filtered(std::vector<std::uint32_t>* order) {
+    auto rows = AllRows();
+    if (!rows.ok()) return rows;
+    order->resize(rows.value()->size());
+    std::iota(order->begin(), order->end(), std::uint32_t{0});
+    for (const RowFilter& filter : filters_)
+        KeepMatching(*rows.value(), filter, order);
+    return rows;
 }
 
 }  // namespace trevix::mime

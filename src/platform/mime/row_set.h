@@ -43,4 +43,26 @@ void KeepMatching(const RowSet& rows, const RowFilter& filter, std::vector<std::
 void SortRows(const RowSet& rows, int sort_order, PropertyTag tag,
               std::vector<std::uint32_t>* order);
 
+// A message collection whose rows are filtered and sorted here; what the rows are is for the
+// derived class to say.
+class RowMessages : public Messages, public RowSource {
+ public:
+    Status AddFilter(PropertyTag tag, const Variant& value) override;
+    Status ClearFilter() override;
+    Status Sort(int order, PropertyTag tag) override;
+    Result<std::int32_t> Count() override;
+    Result<std::shared_ptr<const RowSet>> Rows(std::vector<std::uint32_t>* order) override;
+
+ protected:
+    // All rows of the collection, as they are now.
+    virtual Result<std::shared_ptr<const RowSet>> AllRows() = 0;
+
+ private:
+    Result<std::shared_ptr<const RowSet>> Filtered(std::vector<std::uint32_t>* order);
+
+    std::vector<RowFilter> filters_;
+    int sort_order_ = kSortNone;
+    PropertyTag sort_tag_ = kTagLastModification;
+};
+
 }  // namespace trevix::mime
