@@ -146,11 +146,24 @@ std::string FreeName(const std::string& wanted, const std::unordered_set<std::st
     auto dot = wanted.rfind('.');
     // A name that only begins with a point has no extension.
     if (dot == std::string::npos || dot <= base) dot = wanted.size();
-    for (std::uint64_t number = 2;; ++number) {
-        std::string name =
-            wanted.substr(0, dot) + " (" + std::to_string(number) + ")" + wanted.substr(dot);
-        if (!taken.contains(FoldCase(name))) return name;
+    const auto numbered = [&](std::uint64_t number) {
+        return wanted.substr(0, dot) + " (" + std::to_string(number) + ")" + wanted.substr(dot);
+    };
+    const auto is_taken = [&](std::uint64_t number) {
+        return taken.contains(FoldCase(numbered(number)));
+    };
+    // Thousands of files of one name are numbered without a gap, so the end of the numbers is found
+    // by doubling and halving: trying each number in turn would take as many steps as there are
+    // files, for each of them.
+    std::uint64_t end = 2;
+    while (is_taken(end))
+        end *= 2;
+    std::uint64_t highest_taken = end / 2;
+    while (end - highest_taken > 1) {
+        const std::uint64_t middle = highest_taken + (end - highest_taken) / 2;
+        (is_taken(middle) ? highest_taken : end) = middle;
     }
+    return numbered(end);
 }
 
 std::string DosDateText(std::uint16_t dos_date, std::uint16_t dos_time) {

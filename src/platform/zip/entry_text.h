@@ -22,6 +22,7 @@ std::string MakeValidUtf8(std::string_view text);
 std::string FoldCase(std::string_view utf8);
 
 // `wanted`, or "name (2).ext", "name (3).ext" ... when `taken` (folded names) holds it already.
+// Where the taken numbers have gaps it may be a later one than the first that is free.
 std::string FreeName(const std::string& wanted, const std::unordered_set<std::string>& taken);
 
 // "MM/DD/YYYY HH:MM:SS", empty when the entry has no date.
