@@ -88,19 +88,17 @@ bool FindItems(BasCI& state, Messages& items, std::vector<FoundItem>& found) {
     return true;
 }
 
-std::unique_ptr<Message> OpenItem(BasCI& state, const std::string& entry_id) {
-    PendingError pending;
-    std::unique_ptr<Message> message;
-    pending.Assign(message, state.gUtils->OpenMessage(entry_id, state.gStoreID));
-    if (message == nullptr) {
+Result<std::unique_ptr<Message>> OpenItem(BasCI& state, const std::string& entry_id) {
+    auto message = state.gUtils->OpenMessage(entry_id, state.gStoreID);
+    if (!message.ok()) {
         LogError(state, " error on GetItemFromID with Len(ID)=" + std::to_string(entry_id.size()) +
-                            " " + pending.description());
+                            " " + message.error().description);
     }
     return message;
 }
 
 // Opens the latest of the found items and deletes the others.
-std::unique_ptr<Message> KeepLatest(BasCI& state, const std::vector<FoundItem>& found) {
+Result<std::unique_ptr<Message>> KeepLatest(BasCI& state, const std::vector<FoundItem>& found) {
     state.log.Write(
         kModule, kGetResultsHM,
         " Trevix Results hidden message count=" + std::to_string(found.size()) +
@@ -110,14 +108,14 @@ std::unique_ptr<Message> KeepLatest(BasCI& state, const std::vector<FoundItem>& 
     for (std::size_t i = 1; i < found.size(); ++i) {
         if (found[i].modified > found[latest].modified) latest = i;
     }
-    std::unique_ptr<Message> kept = OpenItem(state, found[latest].entry_id);
+    auto kept = OpenItem(state, found[latest].entry_id);
     // The others go only once the latest is in hand: their totals are better than none.
-    if (kept == nullptr) return nullptr;
+    if (!kept.ok()) return kept;
     for (std::size_t i = 0; i < found.size(); ++i) {
         if (i == latest) continue;
-        const std::unique_ptr<Message> other = OpenItem(state, found[i].entry_id);
+        const auto other = OpenItem(state, found[i].entry_id);
         // One that cannot be deleted now is deleted by the next call.
-        if (other != nullptr) Drop(other->Delete());
+        if (other.ok()) Drop(other.value()->Delete());
     }
     return kept;
 }
@@ -133,7 +131,7 @@ std::unique_ptr<Message> GetResultsHM(BasCI& state) {
     PendingError pending;
     std::unique_ptr<Message> message;
     if (!found.empty()) {
-        message = KeepLatest(state, found);
+        pending.Assign(message, KeepLatest(state, found));
     } else {
         state.log.Write(kModule, kGetResultsHM, " creating new Trevix Results hidden message", 8);
         pending.Assign(message, items->Add(kResultsClass));

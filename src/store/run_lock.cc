@@ -7,11 +7,22 @@
 
 namespace trevix {
 
-const RunLockTexts kManageLockTexts = {"CManage", "compression", true,
-                                       "Aborting procedure to avoid conflict with another process.",
-                                       true};
+const RunLockTexts kManageLockTexts = {
+    "CManage",
+    true,
+    "Aborting procedure to avoid conflict with another process.",
+    true,
+    " aborting compression run to avoid conflict. StartCI = ",
+    " initiating compression run after timeout of previous process. StartCI =",
+    " initiating compression run"};
 const RunLockTexts kIndexLockTexts = {
-    "CIndex", "index", false, "Aborting procedure to avoid conflict with another process", false};
+    "CIndex",
+    false,
+    "Aborting procedure to avoid conflict with another process",
+    false,
+    " aborting index run to avoid conflict. StartCI = ",
+    " initiating index run after timeout of previous process. StartCI =",
+    " initiating index run"};
 
 namespace {
 
@@ -55,22 +66,18 @@ bool CheckInProcess(BasCI& state, const RunLockTexts& texts,
 
     if (end < start) {
         if (MinutesBetween(start, state.ports.clock.NowLocal()) <= kTimeOutMinutes) {
-            const std::string line = std::string(" aborting ") + texts.kind +
-                                     " run to avoid conflict. StartCI = " + start_text;
             if (texts.raises_before_logging) abort(texts.conflict_message);
-            log(line, 2);
+            log(texts.conflict_line + start_text, 2);
             if (!texts.raises_before_logging) abort(texts.conflict_message);
             return true;
         }
         TakeLock(state, *message);
-        log(std::string(" initiating ") + texts.kind +
-                " run after timeout of previous process. StartCI =" + start_text,
-            4);
+        log(texts.after_timeout_line + start_text, 4);
         return false;
     }
 
     TakeLock(state, *message);
-    log(std::string(" initiating ") + texts.kind + " run", 4);
+    log(texts.start_line, 4);
     return false;
 }
 

@@ -15,10 +15,12 @@ namespace trevix {
 // What the two kinds of run say differently, deliberately.
 struct RunLockTexts {
     const char* class_name;
-    const char* kind;              // "compression" or "index"
     bool traces;                   // logs its start and the two stamps
     const char* conflict_message;  // for the client
     bool raises_before_logging;    // order of event and log line on a conflict
+    const char* conflict_line;     // these two are followed by the start of the other run
+    const char* after_timeout_line;
+    const char* start_line;
 };
 
 extern const RunLockTexts kManageLockTexts;
