@@ -135,6 +135,8 @@ void CManage::TreatEntry(const std::string& entry) {
 }
 
 void CManage::OpenStore(const std::string& store_id, std::unique_ptr<InfoStore>& store) {
+    // The name of the store before would be a wrong one in the log.
+    store_name_.clear();
     PendingError pending;
     pending.Assign(store, On(state_.gMAPISession, [&](MessagingSession& session) {
                        return session.GetInfoStore(store_id);

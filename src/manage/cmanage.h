@@ -113,12 +113,13 @@ class CManage final : public ManageRun {
         std::int32_t last_zip_bytes = 0;
     };
     bool CompressAttachments(Folder& folder);
-    void WalkMessages(Folder& folder, const std::string& name, const std::string& folder_id,
-                      Messages& messages, std::int32_t count);
+    using Row = std::vector<Variant>;
+    bool ReadRows(Messages& messages, const std::string& name, std::vector<Row>& rows);
+    void WalkMessages(Folder& folder, const std::string& name, const FolderMarks& marks,
+                      const std::vector<Row>& rows, std::int32_t count);
     FolderMarks ReadMarks(const std::string& folder_id);
-    bool IsTreatedAlready(const std::vector<Variant>& row, const FolderMarks& marks,
-                          const std::string& folder_name);
-    std::string EntryIdOfRow(const std::vector<Variant>& row);
+    bool IsTreatedAlready(const Row& row, const FolderMarks& marks, const std::string& folder_name);
+    std::string EntryIdOfRow(const Row& row);
     void TreatMessage(const std::string& entry_id, const std::string& store_id,
                       const std::string& subject, Date modified);
     Date TreatedUpTo();
@@ -134,6 +135,8 @@ class CManage final : public ManageRun {
     bool IsTreatedMessage(Message& message, const std::string& subject, bool custom_items);
     void TreatAttachment(MessageWork& work, std::int32_t position);
     bool Qualifies(MessageWork& work);
+    bool IsLargeEnough(MessageWork& work);
+    bool LeaveUnread(const MessageWork& work, const Error& why);
     bool MakeStaging(MessageWork& work);
     bool Extract(MessageWork& work);
     bool MakeArchive(MessageWork& work, const std::string& archive_path);

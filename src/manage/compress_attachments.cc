@@ -55,24 +55,28 @@ bool CManage::CompressAttachments(Folder& folder) {
     if (pending.ValueOr(ToText(container), std::string()) == kContactClass) return false;
 
     const std::string name = pending.ValueOr(folder.Name(), std::string());
+    PendingError listing;
     std::unique_ptr<Messages> messages;
     std::int32_t count = 0;
-    if (pending.Assign(messages, folder.MessageList())) {
-        pending.Step(messages->AddFilter(kTagHasAttachments, true));
-        pending.Assign(count, messages->Count());
+    if (listing.Assign(messages, folder.MessageList())) {
+        listing.Step(messages->AddFilter(kTagHasAttachments, true));
+        listing.Assign(count, messages->Count());
     }
-    if (pending.failed() && messages == nullptr) {
-        LogLine(kProcedure, " unable to list '" + name + "': " + pending.description(), 1);
+    if (listing.failed()) {
+        LogLine(kProcedure, " unable to list '" + name + "': " + listing.description(), 1);
         ++summary_.messages_failed;
     }
 
     if (!cancel_ && count != 0) {
         if (events_ != nullptr) events_->FolderChange(name, count);
-        pending.Step(messages->Sort(kSortDescending, kTagLastModification));
         std::string folder_id;
         pending.Assign(folder_id, folder.Id());
-        WalkMessages(folder, name, folder_id, *messages, count);
-        if (!cancel_) UpdateFolderRecord(folder_id);
+        const FolderMarks marks = ReadMarks(folder_id);
+        std::vector<Row> rows;
+        // A folder whose messages could not be seen is not marked as treated.
+        const bool is_read = ReadRows(*messages, name, rows);
+        WalkMessages(folder, name, marks, rows, count);
+        if (!cancel_ && is_read) UpdateFolderRecord(folder_id);
         AddFolderTotals();
     }
 
@@ -86,14 +90,12 @@ bool CManage::CompressAttachments(Folder& folder) {
     return false;
 }
 
-void CManage::WalkMessages(Folder& folder, const std::string& name, const std::string& folder_id,
-                           Messages& messages, std::int32_t count) {
-    const FolderMarks marks = ReadMarks(folder_id);
-
+// The folder's messages, newest first. False when they cannot be had.
+bool CManage::ReadRows(Messages& messages, const std::string& name, std::vector<Row>& rows) {
     PendingError pending;
+    pending.Step(messages.Sort(kSortDescending, kTagLastModification));
     std::unique_ptr<MessageTable> table;
     pending.Assign(table, On(state_.gUtils, [](Utilities& utils) { return utils.CreateTable(); }));
-    std::vector<std::vector<Variant>> rows;
     if (table != nullptr) {
         pending.Step(table->SetSource(messages));
         pending.Step(table->SetColumns(
@@ -101,10 +103,15 @@ void CManage::WalkMessages(Folder& folder, const std::string& name, const std::s
         const std::int32_t row_count = pending.ValueOr(table->RowCount(), 0);
         if (!pending.failed()) pending.Assign(rows, table->GetRows(row_count));
     }
-    if (pending.failed()) {
-        LogLine(kProcedure, " unable to read '" + name + "': " + pending.description(), 1);
-        ++summary_.messages_failed;
-    }
+    if (!pending.failed()) return true;
+    LogLine(kProcedure, " unable to read '" + name + "': " + pending.description(), 1);
+    ++summary_.messages_failed;
+    return false;
+}
+
+void CManage::WalkMessages(Folder& folder, const std::string& name, const FolderMarks& marks,
+                           const std::vector<Row>& rows, std::int32_t count) {
+    PendingError pending;
     const std::string store_id = pending.ValueOr(folder.StoreId(), std::string());
 
     std::int32_t position = 0;
@@ -135,7 +142,7 @@ void CManage::WalkMessages(Folder& folder, const std::string& name, const std::s
 
 CManage::FolderMarks CManage::ReadMarks(const std::string& folder_id) {
     FolderMarks marks;
-    if (!IsOpen(state_.gFolderRST)) return marks;
+    if (folder_id.empty() || !IsOpen(state_.gFolderRST)) return marks;
     RecordSet& records = *state_.gFolderRST;
     PendingError pending;
     if (!FindFolderRecord(records, folder_id, false)) {
@@ -150,30 +157,30 @@ CManage::FolderMarks CManage::ReadMarks(const std::string& folder_id) {
 
 // Newest first: the first message that an earlier pass has seen ends the pass, unless the size
 // threshold was lowered since, which makes older messages qualify anew.
-bool CManage::IsTreatedAlready(const std::vector<Variant>& row, const FolderMarks& marks,
+bool CManage::IsTreatedAlready(const Row& row, const FolderMarks& marks,
                                const std::string& folder_name) {
     if (marks.last_zip_bytes > state_.ZipBytesCompress) return false;
     const Date modified = ModifiedOf(row);
     const auto log_stop = [&](const char* mark, Date date) {
         LogLine(kProcedure,
                 " exiting '" + folder_name + "' at message '" + SubjectOf(row) +
-                    "'; MessageLastMod of " + FormatGeneralDate(modified) + " UTC <=" + mark +
-                    " of " + FormatGeneralDate(date) + " UTC",
+                    "'; MessageLastMod of " + FormatGeneralDate(modified) + mark +
+                    FormatGeneralDate(date) + " UTC",
                 8);
     };
     bool stop = false;
     if (compress_ && modified <= marks.last_compress) {
-        log_stop("LastCompress", marks.last_compress);
+        log_stop(" UTC <=LastCompress of ", marks.last_compress);
         stop = true;
     }
     if (html_ && modified <= marks.last_html) {
-        log_stop("LastHTML", marks.last_html);
+        log_stop(" UTC <=LastHTML of ", marks.last_html);
         stop = true;
     }
     return stop;
 }
 
-std::string CManage::EntryIdOfRow(const std::vector<Variant>& row) {
+std::string CManage::EntryIdOfRow(const Row& row) {
     const Variant& long_term = row[kLongTermId];
     const bool usable = !IsEmpty(long_term) && !std::holds_alternative<ErrorValue>(long_term);
     if (!usable) {
@@ -234,7 +241,7 @@ Date CManage::TreatedUpTo() {
 }
 
 void CManage::UpdateFolderRecord(const std::string& folder_id) {
-    if (!IsOpen(state_.gFolderRST)) return;
+    if (folder_id.empty() || !IsOpen(state_.gFolderRST)) return;
     RecordSet& records = *state_.gFolderRST;
     if (!FindFolderRecord(records, folder_id, true)) return;
     PendingError pending;

@@ -47,8 +47,15 @@ std::unique_ptr<Message> AddToOutbox(BasCI& state, PendingError& pending) {
 
 void CManage::DeleteStationery(Message* message, const std::string& attachment_id) {
     PendingError pending;
-    const std::string subject = pending.ValueOr(
-        On(message, [](Message& opened) { return opened.Subject(); }), std::string());
+    std::string subject;
+    if (!pending.Assign(subject, On(message, [](Message& opened) { return opened.Subject(); }))) {
+        // A message is never saved under a subject that could not be read.
+        LogLine(kDeleteStationery,
+                " unable to read the message of " + attachment_id + ": " + pending.description(),
+                2);
+        NoteFailure({pending.kind(), pending.number(), pending.description()});
+        return;
+    }
     std::unique_ptr<Attachment> found;
     std::unique_ptr<Attachments> attachments;
     if (!cancel_) {
@@ -66,6 +73,9 @@ void CManage::DeleteStationery(Message* message, const std::string& attachment_i
     }
     if (found == nullptr) {
         LogLine(kDeleteStationery, " unable to locate " + attachment_id + " on " + subject, 2);
+        if (pending.failed()) {
+            NoteFailure({pending.kind(), pending.number(), pending.description()});
+        }
         return;
     }
 

@@ -16,15 +16,12 @@ namespace {
 constexpr const char* kProcedure = "TrevixItemRDM";
 constexpr const char* kLogName = "trevix.log";
 
-std::string FieldText(Message& message, PropertyTag tag) {
-    PendingError pending;
-    return pending.ValueOr(ToText(pending.ValueOr(message.Field(tag), Variant())), std::string());
-}
-
-std::string FieldText(Attachment& attachment, PropertyTag tag) {
-    PendingError pending;
-    return pending.ValueOr(ToText(pending.ValueOr(attachment.Field(tag), Variant())),
-                           std::string());
+// The text of a field; empty when there is none. An object may lack a field, but one that cannot be
+// read must not pass for one that is missing: much depends on what is missing here.
+Result<std::string> FieldText(Result<Variant> field) {
+    if (field.ok()) return ToText(field.value());
+    if (field.error().kind == ErrorKind::kNotFound) return std::string();
+    return field.error();
 }
 
 // Lists are lower-case extensions, each with its dot, separated by ":".
@@ -71,11 +68,10 @@ struct CManage::MessageWork {
     std::string name;
     bool is_log = false;
     std::int32_t size_bytes = 0;
+    Blob content;
     std::string extract_path;
 
     bool abandoned = false;  // changed in part and not to be saved any more
-    bool changed = false;    // counted as a changed message already
-    bool failed = false;     // counted as a failed message already
 };
 
 void CManage::TrevixItemRDM(std::unique_ptr<Message>& message, bool custom_items) {
@@ -90,6 +86,7 @@ void CManage::TrevixItemRDM(std::unique_ptr<Message>& message, bool custom_items
         // Too deep, too large or not to be read: the reason is the store's.
         LogLine(kProcedure, " left '" + subject + "': " + pending.description(), 2);
         NoteFailure({pending.kind(), pending.number(), pending.description()});
+        return;
     }
     if (count == 0) return;
     if (cancel_) {
@@ -125,7 +122,13 @@ void CManage::TrevixItemRDM(std::unique_ptr<Message>& message, bool custom_items
 }
 
 bool CManage::IsTreatedMessage(Message& message, const std::string& subject, bool custom_items) {
-    const std::string message_class = FieldText(message, kTagMessageClass);
+    const Result<std::string> field = FieldText(message.Field(kTagMessageClass));
+    if (!field.ok()) {
+        LogLine(kProcedure, " left '" + subject + "': " + field.error().description, 2);
+        NoteFailure(field.error());
+        return false;
+    }
+    const std::string& message_class = field.value();
     for (const char* kind : {"IPM.Note", "IPM.Post", "IPM.Appointment", "IPM.Contact",
                              "IPM.DistList", "IPM.Task", "IPM.Activity"}) {
         if (!ContainsNoCase(message_class, kind)) continue;
@@ -149,13 +152,18 @@ void CManage::TreatAttachment(MessageWork& work, std::int32_t position) {
     work.position = position;
     work.attachment.reset();
     work.extract_path.clear();
+    work.content = Blob();
     PendingError pending;
     std::unique_ptr<Attachments> attachments;
     pending.Assign(attachments, work.message->AttachmentList());
     pending.Assign(work.attachment,
                    On(attachments, [&](Attachments& list) { return list.Item(position); }));
-    if (work.attachment == nullptr) return;
-    work.name = pending.ValueOr(work.attachment->Name(), std::string());
+    work.name = "attachment " + std::to_string(position);
+    pending.Assign(work.name, On(work.attachment, [](Attachment& item) { return item.Name(); }));
+    if (pending.failed()) {
+        LeaveUnread(work, {pending.kind(), pending.number(), pending.description()});
+        return;
+    }
     work.is_log = ToLower(work.name) == kLogName;
     LogLine(kProcedure, " for " + work.name + " on " + work.subject, 8);
     if (!Qualifies(work) || !MakeStaging(work) || !Extract(work)) return;
@@ -178,12 +186,16 @@ void CManage::TreatAttachment(MessageWork& work, std::int32_t position) {
 }
 
 bool CManage::Qualifies(MessageWork& work) {
-    PendingError pending;
-    if (pending.ValueOr(work.attachment->Type(), 0) != kAttachmentFileData) {
+    const Result<int> type = work.attachment->Type();
+    if (!type.ok()) return LeaveUnread(work, type.error());
+    if (type.value() != kAttachmentFileData) {
         LogLine(kProcedure, " no compression, wrong file type for " + work.name, 8);
         return false;
     }
-    if (!FieldText(*work.attachment, kTagAttachmentContentId).empty()) {
+    const Result<std::string> content_id =
+        FieldText(work.attachment->Field(kTagAttachmentContentId));
+    if (!content_id.ok()) return LeaveUnread(work, content_id.error());
+    if (!content_id.value().empty()) {
         LogLine(kProcedure, " skipping " + work.name + ": embedded image", 8);
         return false;
     }
@@ -196,8 +208,17 @@ bool CManage::Qualifies(MessageWork& work) {
         LogLine(kProcedure, " skipping " + work.name + " - excluded file type", 4);
         return false;
     }
+    return IsLargeEnough(work);
+}
+
+bool CManage::IsLargeEnough(MessageWork& work) {
+    PendingError pending;
+    // What cannot be decoded has no size; it is not small but damaged.
     const Variant size = pending.ValueOr(work.attachment->Field(kTagAttachmentSize), Variant());
-    work.size_bytes = pending.ValueOr(ToLong(size), 0);
+    pending.Assign(work.size_bytes, ToLong(size));
+    if (pending.failed()) {
+        return LeaveUnread(work, {pending.kind(), pending.number(), pending.description()});
+    }
     if (work.size_bytes < state_.ZipBytesCompress) {
         LogLine(kProcedure,
                 " skipping " + work.name + "; size of " +
@@ -207,6 +228,13 @@ bool CManage::Qualifies(MessageWork& work) {
         return false;
     }
     return true;
+}
+
+// Says why the attachment at hand stays as it is. Always false.
+bool CManage::LeaveUnread(const MessageWork& work, const Error& why) {
+    LogLine(kProcedure, " unable to read " + work.name + ": " + why.description, 2);
+    NoteFailure(why);
+    return false;
 }
 
 bool CManage::MakeStaging(MessageWork& work) {
@@ -225,35 +253,40 @@ bool CManage::MakeStaging(MessageWork& work) {
     return false;
 }
 
-// Writes the attachment's data to its extract file, unless it is named like our own log. One that
-// cannot be had exactly as it was sent is left alone, and the message's others are treated.
+// Takes the attachment's data and writes it to its extract file, unless it is named like our own
+// log. One that cannot be had exactly as it was sent is left alone, and the message's others are
+// treated.
 bool CManage::Extract(MessageWork& work) {
     work.extract_path = work.extracts->path() + SafeFileComponent(work.name);
+    const Result<Variant> data = work.attachment->Field(kTagAttachmentData);
+    if (!data.ok()) return LeaveUnread(work, data.error());
+    const Blob* content = std::get_if<Blob>(&data.value());
+    if (content == nullptr) return LeaveUnread(work, RuntimeError(kTypeMismatch, work.name));
+    work.content = *content;
     if (work.is_log) return true;
     const Status written = work.attachment->WriteToFile(work.extract_path);
-    if (written.ok()) return true;
-    LogLine(kProcedure, " unable to read " + work.name + ": " + written.error().description, 2);
-    NoteFailure(written.error());
-    return false;
+    return written.ok() || LeaveUnread(work, written.error());
 }
 
 // Makes or extends an archive with the attachment at hand: from memory for a trevix.log, whose file
-// name belongs to our own log, else from its extract file.
+// name belongs to our own log, else from its extract file. The engine does not say why it failed;
+// the message is tried again.
 bool CManage::MakeArchive(MessageWork& work, const std::string& archive_path) {
-    if (!work.is_log) return zip_.ZIPAttach(archive_path, work.extract_path, state_.Level) == 0;
-    PendingError pending;
-    Variant data = pending.ValueOr(work.attachment->Field(kTagAttachmentData), Variant());
-    if (const Blob* bytes = std::get_if<Blob>(&data)) data = WithSpareByte(*bytes);
-    std::string entry_name = SafeFileComponent(work.name);
-    return zip_.ZipMemToFileStream(data, entry_name, archive_path, state_.Level) == 0;
+    std::int16_t code = 0;
+    if (work.is_log) {
+        std::string entry_name = SafeFileComponent(work.name);
+        code = zip_.ZipMemToFileStream(WithSpareByte(work.content), entry_name, archive_path,
+                                       state_.Level);
+    } else {
+        code = zip_.ZIPAttach(archive_path, work.extract_path, state_.Level);
+    }
+    if (code != 0) message_failed_ = true;
+    return code == 0;
 }
 
 void CManage::AddToRollup(MessageWork& work) {
     LogLine(kProcedure, " adding " + work.name + " to rollup", 8);
-    PendingError pending;
-    const Variant data = pending.ValueOr(work.attachment->Field(kTagAttachmentData), Variant());
-    const Blob* content = std::get_if<Blob>(&data);
-    if (content == nullptr || !MakeArchive(work, work.rollup_path)) {
+    if (!MakeArchive(work, work.rollup_path)) {
         LogLine(kProcedure, " failed to add " + work.name + " to " + work.rollup_path, 2);
         return;
     }
@@ -262,7 +295,8 @@ void CManage::AddToRollup(MessageWork& work) {
     } else {
         work.rollup_list.push_back(work.position);
     }
-    work.rollup_contents.push_back(*content);
+    work.rollup_contents.push_back(work.content);
+    PendingError pending;
     pending.Step(AddLong(folder_original_bytes_, work.size_bytes));
     pending.Step(AddLong(folder_compressed_count_, 1));
     LogLine(kProcedure, " added " + work.name + " to " + work.rollup_path, 8);
@@ -272,13 +306,11 @@ void CManage::CompressSeparately(MessageWork& work) {
     LogLine(kProcedure, " separate compression for " + work.name + "; compress in place", 8);
     const std::string archive_name = BaseName(work.name) + ".zip";
     const std::string archive_path = work.archives->path() + SafeFileComponent(archive_name);
-    PendingError pending;
-    const Variant data = pending.ValueOr(work.attachment->Field(kTagAttachmentData), Variant());
-    const Blob* content = std::get_if<Blob>(&data);
     // A failed archive writes no line of its own; the engine has written one.
-    if (content == nullptr || !MakeArchive(work, archive_path)) return;
+    if (!MakeArchive(work, archive_path)) return;
     const Blob archive = ReadFileBinary(archive_path);
-    if (!ProveArchive(archive_path, archive, {*content}, work.name)) return;
+    if (!ProveArchive(archive_path, archive, {work.content}, work.name)) return;
+    PendingError pending;
     pending.Step(state_.ports.files.Delete(archive_path));
     pending.Step(AddLong(folder_original_bytes_, work.size_bytes));
     pending.Step(AddLong(folder_compressed_bytes_, CapLong(archive.size_bytes())));
@@ -286,7 +318,7 @@ void CManage::CompressSeparately(MessageWork& work) {
     if (!WriteArchiveProperties(work, *work.attachment, archive, archive_name, work.name)) return;
     pending.Step(work.message->SetSubject(work.subject));
     if (cancel_) return;
-    const std::uint64_t original_bytes = content->size_bytes();
+    const std::uint64_t original_bytes = work.content.size_bytes();
     if (!SaveMessage(work, work.name)) return;
     ++summary_.attachments_zipped;
     summary_.original_bytes += static_cast<std::int64_t>(original_bytes);
@@ -303,11 +335,13 @@ void CManage::FinishRollup(MessageWork& work) {
         first, On(attachments, [&](Attachments& list) { return list.Item(work.rollup_index); }));
     if (first == nullptr) {
         LogLine(kProcedure, " unable to retrieve indexed attachment " + pending.description(), 1);
+        message_failed_ = true;
         return;
     }
     LogLine(kProcedure, " rollup attachment= " + std::to_string(first->Index()), 8);
     if (!state_.ports.files.FileExists(work.rollup_path)) {
         LogLine(kProcedure, " missing rollup " + work.rollup_path, 1);
+        message_failed_ = true;
         return;
     }
     if (!work.first_is_added) {

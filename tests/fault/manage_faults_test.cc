@@ -46,6 +46,15 @@ class ManageFaults : public testing::TestWithParam<Shape> {
         return contents;
     }
 
+    // Every attachment of a message but its stationery is in an archive.
+    static void ExpectFinished(World& world, const fakes::MessageData& message) {
+        for (const auto& attachment : message.attachments) {
+            if (!attachment.content_id.empty()) continue;
+            EXPECT_FALSE(world.zip.EntriesOf(attachment.data).empty())
+                << attachment.name << " of " << message.subject;
+        }
+    }
+
     // Lost nothing, and grew nothing but by what the run counts as removed stationery.
     static void ExpectWhole(World& world) {
         EXPECT_EQ(Contents(world, world.inbox->messages[0]),
@@ -99,9 +108,11 @@ TEST_P(ManageFaults, ARunAfterAnySingleFailureFinishesTheWork) {
     dry.Run();
     const int calls = static_cast<int>(dry.plan.calls().size());
 
-    for (int nth = 1; nth <= calls; nth += 5) {
-        SCOPED_TRACE(std::to_string(nth) + " " +
-                     dry.plan.calls()[static_cast<std::size_t>(nth) - 1]);
+    for (int nth = 1; nth <= calls; ++nth) {
+        const std::string call = dry.plan.calls()[static_cast<std::size_t>(nth) - 1];
+        // A message whose ID is unusable ends its folder for good, deliberately.
+        if (call == "utils.EntryIdText") continue;
+        SCOPED_TRACE(std::to_string(nth) + " " + call);
         World world;
         Arrange(world);
         world.plan.FailCall(nth, FaultPlan::Mode::kOnce, MessagingError(kDiskError));
@@ -109,12 +120,18 @@ TEST_P(ManageFaults, ARunAfterAnySingleFailureFinishesTheWork) {
         world.plan.Clear();
         world.session.reset();
         world.ci.gMAPISession.reset();
+        // A new process asks for its directories anew.
+        world.ci.gZipTemp.clear();
+        world.ci.gIndexDir.clear();
         world.clock.AdvanceMinutes(10);
 
         world.Logon();
         world.Run();
 
         ExpectWhole(world);
+        ExpectFinished(world, world.inbox->messages[0]);
+        ExpectFinished(world, world.inbox->messages[1]);
+        ExpectFinished(world, world.inbox->folders[0]->messages[0]);
         EXPECT_EQ(world.recorder.events.back(), "Complete 0");
         if (testing::Test::HasFailure()) return;
     }
