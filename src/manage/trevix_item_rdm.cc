@@ -159,7 +159,7 @@ void CManage::TreatAttachment(MessageWork& work, std::int32_t position) {
     pending.Assign(work.attachment,
                    On(attachments, [&](Attachments& list) { return list.Item(position); }));
     work.name = "attachment " + std::to_string(position);
-    pending.Assign(work.name, On(work.attachment, [](Attachment& item) { return item.Name(); }));
+    if (work.attachment != nullptr) pending.Assign(work.name, work.attachment->Name());
     if (pending.failed()) {
         LeaveUnread(work, {pending.kind(), pending.number(), pending.description()});
         return;

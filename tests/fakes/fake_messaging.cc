@@ -82,6 +82,7 @@ class FakeAttachment final : public Attachment {
     Status Delete() override {
         TREVIX_RETURN_IF_ERROR(state_.plan.Enter("attachment.Delete"));
         if (data().refuses_deleting) return MessagingError(kNoAccess);
+        state_.deleted_attachments.push_back(data().name);
         message_.attachments.erase(message_.attachments.begin() + static_cast<std::ptrdiff_t>(at_));
         return {};
     }
@@ -529,6 +530,7 @@ class FakeUtilities final : public Utilities {
         MessageData* message = state_.FindMessage(entry_id);
         if (message == nullptr) return MessagingError(kNotFound);
         if (message->revision == 0) message->revision = 1;
+        state_.opened.push_back(entry_id);
         return std::unique_ptr<Message>(std::make_unique<FakeMessage>(state_, *message, nullptr));
     }
     Result<std::unique_ptr<Messages>> HiddenItems(const std::string& /*folder_id*/) override {

@@ -122,6 +122,8 @@ struct MessagingState {
     std::vector<LogonRequest> logons;
     std::string accepted_profile = "home";
     bool utilities_shut_down = false;
+    std::vector<std::string> opened;               // IDs of messages, in order
+    std::vector<std::string> deleted_attachments;  // their names, in order
     int next_id = 0x5000;
 
     FolderData* FindFolder(const std::string& id, FolderData* below);

@@ -161,6 +161,7 @@ class FakeZipFactory final : public ZipFactory, public ArchiveProof {
 
     std::function<void()> on_action;   // before each action of a zip engine
     std::string last_item;             // the item list of the last action of one
+    std::string last_archive;          // and its archive
     std::set<std::string> fail_items;  // base names that cannot be added
     std::size_t archive_overhead = 0;  // bytes that each archive has too many
     std::optional<Error> proof_error;
@@ -383,6 +384,7 @@ class FakeZipFactory final : public ZipFactory, public ArchiveProof {
 
     std::int16_t RunZip(ZipEngine& engine, std::int16_t action) {
         last_item = engine.item_list;
+        last_archive = engine.zip_file;
         if (on_action) on_action();
         if (const auto code = Begin(action)) return *code;
         const bool known = action >= kZipAddFiles && action <= kZipMemoryToFile;

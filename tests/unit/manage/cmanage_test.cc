@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "manage/compression_log.h"
 #include "store/run_lock.h"
 #include "support/world.h"
 
@@ -167,6 +168,42 @@ TEST_F(StartManageTest, ARunCancelledBeforeItsFirstEntryAbortsAndWritesNoResults
     EXPECT_EQ(world.Results()->Find("Incoming Original Attachments"), nullptr);
     EXPECT_NE(world.Results()->Find("EndCI"), nullptr);
     EXPECT_TRUE(manage().InProcess());
+}
+
+TEST_F(StartManageTest, ACancelledRunStoresNoLogAndKeepsTheOneOfTheRunBefore) {
+    world.AddMessage(*world.inbox, "one", {World::File("a.txt", "data")});
+    world.recorder.on_event = [&](const std::string& event) {
+        if (event.starts_with("Progress")) manage().Cancel(true);
+    };
+    world.Run();
+    ASSERT_EQ(world.recorder.events.back(), "Abort Cancelled");
+    EXPECT_EQ(world.Results()->Find("LastCompressLog"), nullptr);
+
+    world.recorder.on_event = nullptr;
+    manage().Cancel(false);
+    world.Run();
+    const std::string log = Log();
+    ASSERT_TRUE(log.ends_with("</body></html>"));
+
+    world.loop.on_pump = [&](int) { manage().Cancel(true); };
+    world.Run();
+    ASSERT_EQ(world.recorder.events.back(), "Abort Cancelled");
+    EXPECT_EQ(Log(), log);
+}
+
+TEST_F(StartManageTest, ARunOfNoFoldersStoresHeaderTotalAndClosingAlone) {
+    world.Run("51,unknown");
+
+    EXPECT_TRUE(manage().Summary().folders.empty());
+    EXPECT_EQ(Log(), CompressionLogHeader(world.clock.local) + CompressionLogTotal(0, 0, 0, 0) +
+                         CompressionLogClosing(world.clock.local));
+}
+
+TEST_F(StartManageTest, AStoreThatCannotBeOpenedIsNotReportedUnderTheNameOfAnother) {
+    world.Run("51,F1;99,all");
+
+    EXPECT_TRUE(world.Logged("StartManage: unable to obtain root folder for  "));
+    EXPECT_FALSE(world.Logged(" unable to obtain root folder for Anna's mail"));
 }
 
 TEST_F(StartManageTest, ARefusedRunRaisesOnlyTheLocksAbort) {

@@ -56,6 +56,7 @@ TEST_F(CompressAttachmentsTest, StopsAtTheNewestMessageOfAnUnchangedFolder) {
     world.AddMessage(*world.inbox, "two", {World::File("b.txt", "data")});
     world.Run("51,F1");
     const Date first_mark = Mark("LastCompress");
+    world.messaging.state.opened.clear();
 
     RunAgain();
 
@@ -66,6 +67,9 @@ TEST_F(CompressAttachmentsTest, StopsAtTheNewestMessageOfAnUnchangedFolder) {
                      "MessageLastMod of 10/5/2007 10:00:00 AM UTC <=LastCompress of "
                      "10/5/2007 10:00:00 AM UTC"));
     EXPECT_GT(Mark("LastCompress"), first_mark);
+    // No message of the folder was opened, only the results message.
+    for (const std::string& id : world.messaging.state.opened)
+        EXPECT_EQ(id, world.Results()->id);
 }
 
 TEST_F(CompressAttachmentsTest, TreatsAMessageThatIsNewerThanTheMark) {
@@ -183,6 +187,72 @@ TEST_F(CompressAttachmentsTest, AMessageThatCouldNotBeSavedIsReachedByTheNextPas
 
     EXPECT_EQ(world.inbox->messages[0].attachments[0].name, "a.zip");
     EXPECT_EQ(world.inbox->messages[1].updates, 1);
+}
+
+TEST_F(CompressAttachmentsTest, AMessageWhoseArchiveFailedIsReachedByTheNextPass) {
+    for (const char* combine : {"False", "True"}) {
+        World failing;
+        failing.Setting("CombineCompress", combine);
+        failing.AddMessage(*failing.inbox, "note", {World::File("a.txt", "data")});
+        failing.zip.fail_items = {"a.txt"};
+        failing.Run("51,F1");
+        EXPECT_EQ(failing.session->Manage()->Summary().messages_failed, 1);
+        ASSERT_EQ(failing.inbox->messages[0].attachments[0].name, "a.txt");
+        failing.zip.fail_items.clear();
+        failing.clock.AdvanceMinutes(10);
+
+        failing.Run("51,F1");
+
+        EXPECT_EQ(failing.inbox->messages[0].attachments[0].name, "a.zip");
+        EXPECT_EQ(failing.session->Manage()->Summary().messages_failed, 0);
+    }
+}
+
+struct UnreadFolderRow {
+    const char* name;
+    const char* call;
+};
+
+class CompressAttachmentsUnread : public testing::TestWithParam<UnreadFolderRow> {};
+
+TEST_P(CompressAttachmentsUnread, AFolderThatCouldNotBeSeenIsReportedAndNotMarkedAsTreated) {
+    World world;
+    world.AddMessage(*world.inbox, "note", {World::File("a.txt", "data")});
+    world.Logon();
+    world.recorder.on_event = [&](const std::string& event) {
+        if (event.starts_with("FolderChange")) {
+            world.plan.FailCalls(GetParam().call, MessagingError(kDiskError));
+        }
+    };
+    world.Run("51,F1");
+    EXPECT_TRUE(world.Logged("CompressAttachments: unable to read 'Inbox': [Collab"));
+    EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 1);
+    ASSERT_EQ(world.inbox->messages[0].attachments[0].name, "a.txt");
+    world.plan.Clear();
+    world.recorder.on_event = nullptr;
+    world.clock.AdvanceMinutes(10);
+
+    world.Run("51,F1");
+
+    EXPECT_EQ(world.inbox->messages[0].attachments[0].name, "a.zip");
+}
+
+constexpr UnreadFolderRow kUnread[] = {
+    {"Sort", "messages.Sort"},       {"Table", "utils.CreateTable"}, {"Source", "table.SetSource"},
+    {"Columns", "table.SetColumns"}, {"RowCount", "table.RowCount"}, {"Rows", "table.GetRows"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Calls, CompressAttachmentsUnread, testing::ValuesIn(kUnread),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST_F(CompressAttachmentsTest, AFolderThatCannotBeCountedIsReported) {
+    world.Logon();
+    world.plan.FailCalls("messages.Count", MessagingError(kDiskError));
+
+    world.Run("51,F1");
+
+    EXPECT_TRUE(world.Logged("CompressAttachments: unable to list 'Inbox': "));
+    EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 1);
 }
 
 TEST_F(CompressAttachmentsTest, CountsThatOverflowSixteenBitsLeaveTheTotalAsItWas) {

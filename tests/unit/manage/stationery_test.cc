@@ -51,6 +51,22 @@ TEST_F(StationeryTest, AFailedDeletionIsCountedAndReported) {
     EXPECT_EQ(std::get<std::int32_t>(*world.Results()->Find("Incoming Deleted Stationery")), 1);
 }
 
+TEST_F(StationeryTest, AMessageIsNeverSavedUnderASubjectThatCouldNotBeRead) {
+    world.Logon();
+    world.recorder.on_event = [&](const std::string& event) {
+        if (event.starts_with("Progress")) {
+            world.plan.FailCalls("message.Subject", MessagingError(kDiskError));
+        }
+    };
+
+    world.Run("51,F1");
+
+    EXPECT_EQ(message->subject, "note");
+    EXPECT_EQ(message->attachments.size(), 2U);
+    EXPECT_TRUE(world.Logged("CManage::DeleteStationery: unable to read the message of paper@x: "));
+    EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 1);
+}
+
 TEST_F(StationeryTest, AMessageWithoutStationeryIsNotTouched) {
     message->formatted_body.clear();
 
@@ -106,6 +122,23 @@ TEST(ReadFileBinary, LogsThePathAndTheUpperBound) {
                       line.find("a.zip; len=") != std::string::npos);
     }
     EXPECT_TRUE(found);
+}
+
+TEST(ReadFileBinary, AnEmptyFileIsAnEmptyArrayWithItsUpperBoundInTheLog) {
+    World world;
+    world.Setting("CombineCompress", "False");
+    world.AddMessage(*world.inbox, "note", {World::File("a.txt", "data")});
+    world.zip.on_action = [&] {
+        if (world.zip.last_item.find("a.txt") == std::string::npos) return;
+        world.files.Put(world.zip.last_archive, "");
+        world.zip.next_code = 0;
+    };
+
+    world.Run("51,F1");
+
+    EXPECT_TRUE(world.Logged("a.zip; len=-1"));
+    EXPECT_EQ(world.inbox->messages[0].attachments[0].data, "data");
+    EXPECT_TRUE(world.Logged("TrevixItemRDM: archive check failed for a.txt; message left: "));
 }
 
 }  // namespace

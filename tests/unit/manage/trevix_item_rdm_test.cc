@@ -124,6 +124,8 @@ TEST_F(TrevixItemRDMTest, RollupPutsAllIntoOneArchiveInThePlaceOfTheFirst) {
               (std::vector<std::pair<std::string, std::string>>{
                   {"second.txt", "two"}, {"third.doc", "three"}, {"fifth.xls", "five"}}));
     EXPECT_EQ(Message().updates, 1);
+    EXPECT_EQ(world.messaging.state.deleted_attachments,
+              (std::vector<std::string>{"fifth.xls", "third.doc"}));
     EXPECT_TRUE(world.Logged("TrevixItemRDM: RollupIndex=2"));
     EXPECT_TRUE(world.Logged("TrevixItemRDM: rollup attachment= 2"));
     EXPECT_TRUE(world.Logged("TrevixItemRDM: adding third.doc to rollup"));
@@ -278,6 +280,60 @@ TEST_F(TrevixItemRDMTest, AnAttachmentThatCannotBeReadExactlyIsLeftAndTheOthersT
     EXPECT_EQ(world.session->Manage()->Summary().messages_left, 1);
     EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 0);
 }
+
+TEST_F(TrevixItemRDMTest, ADamagedTrevixLogIsLeftWithAReasonAndTheOthersTreated) {
+    for (const char* combine : {"False", "True"}) {
+        World damaged;
+        damaged.Setting("CombineCompress", combine);
+        AttachmentData log = World::File("Trevix.LOG", "x");
+        log.refuses_reading = true;
+        damaged.AddMessage(*damaged.inbox, "note", {log, World::File("good.txt", "y")});
+
+        damaged.Run("51,F1");
+
+        const auto& attachments = damaged.inbox->messages[0].attachments;
+        ASSERT_EQ(attachments.size(), 2U);
+        EXPECT_EQ(attachments[0].name, "Trevix.LOG");
+        EXPECT_EQ(attachments[1].name, "good.zip");
+        EXPECT_TRUE(damaged.Logged("TrevixItemRDM: unable to read Trevix.LOG: "));
+        EXPECT_EQ(damaged.session->Manage()->Summary().messages_left, 1);
+    }
+}
+
+struct UnreadRow {
+    const char* name;
+    const char* call;
+};
+
+class TrevixItemRDMUnread : public testing::TestWithParam<UnreadRow> {};
+
+TEST_P(TrevixItemRDMUnread, WhatCannotBeReadNeverPassesForSomethingElse) {
+    World world;
+    AttachmentData embedded = World::File("logo.png", "image");
+    embedded.content_id = "logo@x";
+    world.AddMessage(*world.inbox, "note", {embedded}).message_class = "IPM.Note";
+    world.Logon();
+    world.recorder.on_event = [&](const std::string& event) {
+        if (event.starts_with("Progress")) {
+            world.plan.FailCalls(GetParam().call, MessagingError(kDiskError));
+        }
+    };
+
+    world.Run("51,F1");
+
+    EXPECT_EQ(world.inbox->messages[0].updates, 0);
+    EXPECT_EQ(world.inbox->messages[0].subject, "note");
+    EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 1);
+    EXPECT_TRUE(world.Logged("[Collaboration Data Objects - [MAPI_E_DISK_ERROR"));
+}
+
+constexpr UnreadRow kUnreadCalls[] = {
+    {"Subject", "message.Subject"}, {"Class", "message.Field"},        {"Name", "attachment.Name"},
+    {"Type", "attachment.Type"},    {"ContentId", "attachment.Field"}, {"Item", "attachments.Item"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Calls, TrevixItemRDMUnread, testing::ValuesIn(kUnreadCalls),
+                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(TrevixItemRDMTest, AWrongArchiveNeverReplacesAnAttachment) {
     world.zip.proof_error = MessagingError(kCorruptData, "bytes differ");

@@ -47,6 +47,30 @@ TEST_F(GetFolderRSTTest, BuildsANewEmptySetWithSevenFieldsWithoutSavedOne) {
     EXPECT_TRUE(world.Logged("basCI::GetFolderRST: return True"));
 }
 
+TEST_F(GetFolderRSTTest, BuildsANewEmptySetFromAnAttachmentListWithoutTheZipAndNoFile) {
+    SaveARecord();
+    ASSERT_EQ(world.Results()->attachments.size(), 1U);
+    world.Results()->attachments[0].name = "txattach.zip";
+
+    EXPECT_TRUE(GetFolderRST(world.ci));
+
+    ASSERT_TRUE(IsOpen(world.ci.gFolderRST));
+    EXPECT_EQ(world.ci.gFolderRST->FieldCount(), 7);
+    EXPECT_EQ(world.ci.gFolderRST->RecordCount(), 0);
+    EXPECT_TRUE(world.Logged("basCI::GetFolderRST: no existing folder adtg"));
+}
+
+TEST_F(GetFolderRSTTest, BuildsANewEmptySetFromADamagedZip) {
+    SaveARecord();
+    world.Results()->attachments[0].data = "no archive";
+
+    EXPECT_TRUE(GetFolderRST(world.ci));
+
+    EXPECT_EQ(world.ci.gFolderRST->RecordCount(), 0);
+    EXPECT_TRUE(world.Logged("CZIP::ZIPExtract: error 3 Zip file structure error"));
+    EXPECT_TRUE(world.Logged("basCI::GetFolderRST: no existing folder adtg"));
+}
+
 TEST_F(GetFolderRSTTest, LoadsTheSetFromTheResultsMessage) {
     SaveARecord();
 

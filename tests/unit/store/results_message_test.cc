@@ -116,6 +116,16 @@ constexpr FailureRow kFailures[] = {
 INSTANTIATE_TEST_SUITE_P(Calls, GetResultsHMFailure, testing::ValuesIn(kFailures),
                          [](const auto& row) { return std::string(row.param.name); });
 
+TEST_F(GetResultsHMTest, SaysWhyTheMessageThatIsThereCannotBeOpened) {
+    world.messaging.state.hidden = {Item("C1", 10)};
+    world.plan.FailCalls("utils.OpenMessage", MessagingError(kCallFailed));
+
+    EXPECT_EQ(GetResultsHM(world.ci), nullptr);
+
+    EXPECT_TRUE(world.Logged("GetResultsHM: unable to retrieve or create Trevix Results message " +
+                             std::to_string(MessagingError(kCallFailed).number) + " [Collab"));
+}
+
 TEST_F(GetResultsHMTest, ReportsAMessageThatCanNeitherBeFoundNorMade) {
     world.plan.FailCalls("messages.Add", MessagingError(kNotEnoughDisk));
 
