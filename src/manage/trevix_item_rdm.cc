@@ -374,8 +374,9 @@ void CManage::FinishRollup(MessageWork& work) {
 bool CManage::ReplaceByRollup(MessageWork& work, Attachment& first) {
     PendingError pending;
     pending.Step(AddLong(folder_compressed_bytes_, CapLong(work.rollup_archive.size_bytes())));
-    const bool written = WriteArchiveProperties(work, first, work.rollup_archive, work.rollup_name,
-                                                work.rollup_name);
+    const std::string first_name = pending.ValueOr(first.Name(), work.rollup_name);
+    const bool written =
+        WriteArchiveProperties(work, first, work.rollup_archive, work.rollup_name, first_name);
     pending.Step(state_.ports.files.Delete(work.rollup_path));
     if (!written) return false;
 

@@ -291,7 +291,12 @@ Result<std::unique_ptr<Message>> OpenMailMessage(MailPlace place, const MessageS
     bytes = Held(bytes.value());
     if (!bytes.ok()) return bytes.error();
     Result<PartTree> tree = ReadPartTree(bytes.value());
-    if (!tree.ok()) return tree.error();
+    if (!tree.ok()) {
+        // A message beyond the limits may have no subject to be known by.
+        Error error = tree.error();
+        error.description = summary.entry.key + ": " + error.description;
+        return error;
+    }
     ReadMessage content{std::move(bytes).value(), std::move(tree).value(), {}};
     content.shape = ShapeOf(content.tree);
     MessageSummary own = summary;
