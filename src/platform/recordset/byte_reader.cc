@@ -70,10 +70,40 @@ std::size_t ByteReader::ReadDescriptor(std::size_t most) {
 }
 
 std::size_t ByteReader::ReadBlob(std::size_t most) {
-    auto* const target = reinterpret_cast<char*>(buffer_.data() + filled_);
-    const Status read = blob_->ReadAt(end_offset_, target, most);
+    std::uint8_t* const target = buffer_.data() + filled_;
+    if (size_ > kBufferBytes) return ReadAhead(target, most);
+    const Status read = blob_->ReadAt(end_offset_, reinterpret_cast<char*>(target), most);
     if (!read.ok()) failure_ = read.error();
     return read.ok() ? most : 0;
+}
+
+std::size_t ByteReader::ReadAhead(std::uint8_t* target, std::size_t most) {
+    if (piece_at_ == piece_.size()) {
+        if (!next_read_.valid()) StartPiece();
+        const Status read = next_read_.get();
+        if (!read.ok()) {
+            failure_ = read.error();
+            return 0;
+        }
+        piece_.swap(next_piece_);
+        piece_at_ = 0;
+        if (next_offset_ < size_) StartPiece();
+    }
+    const std::size_t count = std::min(most, piece_.size() - piece_at_);
+    std::memcpy(target, piece_.data() + piece_at_, count);
+    piece_at_ += count;
+    return count;
+}
+
+void ByteReader::StartPiece() {
+    const std::uint64_t offset = next_offset_;
+    const auto count =
+        static_cast<std::size_t>(std::min<std::uint64_t>(size_ - offset, kBufferBytes));
+    next_piece_.resize(count);
+    next_offset_ += count;
+    next_read_ = helper_.Run([this, offset, count] {
+        return blob_->ReadAt(offset, reinterpret_cast<char*>(next_piece_.data()), count);
+    });
 }
 
 }  // namespace trevix::recordset

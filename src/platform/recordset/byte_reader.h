@@ -4,11 +4,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <future>
 #include <optional>
 #include <string_view>
 #include <vector>
 
 #include "platform/blob.h"
+#include "platform/helper_thread.h"
 #include "platform/result.h"
 
 namespace trevix::recordset {
@@ -20,7 +22,8 @@ class ByteReader {
     // Reads `size` bytes from the descriptor, which stays the caller's.
     ByteReader(int descriptor, std::uint64_t size);
 
-    // Reads `content`, which outlives the reader.
+    // Reads `content`, which outlives the reader and is nobody else's until then: the next piece of
+    // a large one is read by another thread while the last one is used.
     explicit ByteReader(const Blob& content);
 
     ByteReader(const ByteReader&) = delete;
@@ -64,6 +67,8 @@ class ByteReader {
     bool ReadMore();
     std::size_t ReadDescriptor(std::size_t most);
     std::size_t ReadBlob(std::size_t most);
+    std::size_t ReadAhead(std::uint8_t* target, std::size_t most);
+    void StartPiece();
 
     int descriptor_ = -1;
     const Blob* blob_ = nullptr;
@@ -74,6 +79,14 @@ class ByteReader {
     std::size_t filled_ = 0;
     const std::uint8_t* at_ = nullptr;
     const std::uint8_t* end_ = nullptr;
+
+    // Of a large blob: the piece in use, from `piece_at_` on, and the one that is being read.
+    std::vector<std::uint8_t> piece_;
+    std::size_t piece_at_ = 0;
+    std::vector<std::uint8_t> next_piece_;
+    std::uint64_t next_offset_ = 0;
+    std::future<Status> next_read_;
+    HelperThread helper_;  // goes first, and with it the job
 };
 
 }  // namespace trevix::recordset

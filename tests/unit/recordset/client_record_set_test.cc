@@ -260,6 +260,60 @@ TEST(ClientRecordSetOpenFile, ReadsCellsLongerThanItsBuffer) {
     }
 }
 
+// Bytes that are read once and in order, and can only be read up to `readable`.
+class InOrder final : public Blob::Source {
+ public:
+    InOrder(std::string bytes, std::uint64_t readable)
+        : bytes_(std::move(bytes)), readable_(readable) {}
+    std::uint64_t size_bytes() const override { return bytes_.size(); }
+    Status ReadAt(std::uint64_t offset, char* target, std::size_t count) const override {
+        EXPECT_EQ(offset, read_);
+        if (offset + count > readable_) return RuntimeError(kDiskFull, "why");
+        bytes_.copy(target, count, static_cast<std::size_t>(offset));
+        read_ = offset + count;
+        return {};
+    }
+    std::uint64_t read() const { return read_; }
+
+ private:
+    std::string bytes_;
+    std::uint64_t readable_;
+    mutable std::uint64_t read_ = 0;
+};
+
+TEST(ClientRecordSetOpenBlob, ReadsALargeOneOnceAndInOrder) {
+    const TemporaryFolder folder;
+    const auto set = SetOf(FieldType::kBstr);
+    for (int i = 0; i < 3000; ++i) {
+        ASSERT_TRUE(set->AddNew().ok());
+        ASSERT_TRUE(
+            set->Set("V", std::to_string(i) + std::string(i % 7 == 0 ? 700 : 90, 'x')).ok());
+        ASSERT_TRUE(set->Update().ok());
+    }
+    ASSERT_TRUE(set->Save(folder / "large", kPersistAdtg).ok());
+    const std::string bytes = ReadWholeFile(folder / "large");
+    ASSERT_GT(bytes.size(), 1000000U);
+
+    const auto source = std::make_shared<InOrder>(bytes, bytes.size());
+    ClientRecordSet loaded;
+    ASSERT_TRUE(loaded.OpenBlob(Blob(source)).ok());
+    EXPECT_EQ(source->read(), bytes.size());
+    ASSERT_TRUE(loaded.Save(folder / "again", kPersistAdtg).ok());
+    EXPECT_TRUE(ReadWholeFile(folder / "again") == bytes);
+
+    for (const std::uint64_t readable : {std::size_t{100}, bytes.size() / 2, bytes.size() - 1}) {
+        ClientRecordSet failed;
+        const Status opened = failed.OpenBlob(Blob(std::make_shared<InOrder>(bytes, readable)));
+        EXPECT_EQ(NumberOf(opened), kDiskFull) << readable;
+        EXPECT_EQ(failed.State(), kStateClosed);
+    }
+    std::string damaged = bytes;
+    damaged[600000] = static_cast<char>(damaged[600000] ^ 0x40);
+    damaged.resize(900000);
+    ClientRecordSet refused;
+    EXPECT_FALSE(refused.OpenBlob(Blob(std::make_shared<InOrder>(damaged, damaged.size()))).ok());
+}
+
 // Files of at most `bytes` can be written while this lives.
 class FileSizeLimit {
  public:
