@@ -48,6 +48,41 @@ TEST_F(AttachIndexTest, CreatedTwiceInOneSessionItHasTheSameColumnsAndNoRowsOfTh
     EXPECT_EQ(world.Column("FileName"), (std::vector<std::string>{"b.txt"}));
 }
 
+// Stored indexes and other programs rely on every word of it.
+TEST(AttachColumns, AreTheseSixteenInThisOrder) {
+    std::string layout;
+    for (const AttachColumn& column : kAttachColumns) {
+        const char* type = column.type == FieldType::kBstr       ? "text"
+                           : column.type == FieldType::kInteger  ? "32-bit"
+                           : column.type == FieldType::kSmallInt ? "16-bit"
+                           : column.type == FieldType::kDate     ? "date"
+                                                                 : "other";
+        layout += std::string(column.name) + " " + type + " " +
+                  std::to_string(column.defined_size) +
+                  (column.attributes == kFieldMayBeNull     ? " may be null\n"
+                   : column.attributes == kFieldUnspecified ? "\n"
+                                                            : " other\n");
+    }
+
+    EXPECT_EQ(layout,
+              "FileName text 255\n"
+              "FileIndex 32-bit 0\n"
+              "FileDate date 0 may be null\n"
+              "FileSize 32-bit 0\n"
+              "ZipIndex 16-bit 0 may be null\n"
+              "ZipFile text 255\n"
+              "Folder text 140\n"
+              "EntryID text 255\n"
+              "StoreID text 255\n"
+              "Subject text 255\n"
+              "From text 140\n"
+              "Sender text 140\n"
+              "To text 255\n"
+              "DisplayTo text 255\n"
+              "Received date 0 may be null\n"
+              "FolderKey 16-bit 0\n");
+}
+
 class Adtg : public testing::Test {
  protected:
     Adtg() {
