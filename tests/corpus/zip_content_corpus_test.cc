@@ -2,6 +2,7 @@
 // in them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <fstream>
 #include <map>
@@ -192,6 +193,49 @@ TEST_F(ZipContentCorpus, GivesTheRowsThatAnotherImplementationSees) {
         found.erase(difference.archive);
     }
     EXPECT_THAT(found, testing::IsEmpty()) << "no reason is given for these";
+}
+
+// The most memory that this process has had, in bytes.
+std::int64_t PeakMemory() {
+    struct rusage usage {};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return std::int64_t{usage.ru_maxrss} * 1024;
+}
+
+TEST_F(ZipContentCorpus, SaysWhyAnArchiveIsRefusedAndTakesLittleMemory) {
+    std::ifstream lines(CorpusFolder() + "TRUTH.jsonl");
+    if (!lines) GTEST_SKIP() << "no archives in " << CorpusFolder();
+    std::size_t refused = 0;
+    std::uint64_t inflated_bytes = 0;
+    std::uint64_t largest_bytes = 0;
+    const std::int64_t before = PeakMemory();
+    for (std::string line; std::getline(lines, line);) {
+        const auto truth = nlohmann::json::parse(line);
+        const std::string name = truth.at("file");
+        SCOPED_TRACE(name);
+        largest_bytes = std::max(largest_bytes, truth.at("size").get<std::uint64_t>());
+        for (const auto& entry : truth.value("entries", nlohmann::json::array())) {
+            inflated_bytes +=
+                std::min(entry.at("size").get<std::uint64_t>(), std::uint64_t{1} << 40);
+        }
+        log_.lines.clear();
+        const bool has_rows = !List(CorpusFolder() + name).empty();
+
+        if (zip_.LastListing() == ZipListing::kComplete) continue;
+        ++refused;
+        EXPECT_NE(zip_.LastListing(), ZipListing::kFailed);
+        const std::vector<std::string> told = log_.MessagesOfLevel(12);
+        ASSERT_EQ(told.size(), 1U);
+        EXPECT_TRUE(told[0].starts_with(" 'a.zip' on '': ")) << told[0];
+        EXPECT_NE(told[0].find(has_rows ? "listed up to entry" : "not listed"), std::string::npos)
+            << told[0];
+    }
+
+    EXPECT_GT(refused, 20U);
+    // Inflating what they hold would be far more than what a listing may take.
+    EXPECT_GT(inflated_bytes, std::uint64_t{1} << 30);
+    EXPECT_LT(PeakMemory() - before, 64 << 20);
+    EXPECT_LT(largest_bytes, 64U << 20);
 }
 
 }  // namespace
