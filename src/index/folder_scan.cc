@@ -53,10 +53,13 @@ std::string UtcText(Date date) {
     return FormatGeneralDate(date) + " UTC";
 }
 
-// What the Folder column says of the folder: its path, or its name alone where that is too long.
+// What the Folder column says of the folder: its path, or its name alone where that is too long. A
+// name that is too long itself is left out, here already: rows that said less than the scan expects
+// would be taken for rows of another folder and made anew by every run.
 std::string FolderText(const std::string& path, const std::string& name) {
     const auto limit = static_cast<std::size_t>(kAttachColumns[kColumnFolder].defined_size);
-    return Utf16Length(path) <= limit ? path : name;
+    if (Utf16Length(path) <= limit) return path;
+    return Utf16Length(name) <= limit ? name : std::string();
 }
 
 // The smallest number that no record has.

@@ -338,6 +338,20 @@ TEST_F(GetAttachmentsTest, APathTooLongForTheColumnGivesWayToTheName) {
                              std::string(100, 'e') + " 1"));
 }
 
+TEST_F(GetAttachmentsTest, AFolderNameTooLongForTheColumnIsLeftOutAndItsMailNotReadAgain) {
+    auto& folder = world.inbox->Add("F2", std::string(141, 'd'));
+    world.AddMessage(folder, "fourth", {World::File("d.txt", "delta")});
+    world.Rebuild();
+    EXPECT_EQ(world.Column("FileName").back(), "d.txt");
+    EXPECT_EQ(world.Column("Folder").back(), "");
+
+    world.clock.AdvanceMinutes(10);
+    world.Update();
+
+    EXPECT_EQ(world.index().Summary().messages_indexed, 0);
+    EXPECT_EQ(world.Column("FileName").back(), "d.txt");
+}
+
 TEST_F(GetAttachmentsTest, FoldersThatShareAKeyGetKeysOfTheirOwn) {
     auto& sub = world.inbox->Add("F2", "Sub");
     world.AddMessage(sub, "fourth", {World::File("d.txt", "delta")});
