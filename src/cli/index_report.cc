@@ -31,15 +31,11 @@ IndexStatistics ParseIndexStatistics(const std::string& text) {
     IndexStatistics statistics;
     bool are_stores = false;
     for (const std::string& line : Split(text, "\r\n")) {
-        const auto bytes_after = [&line](const char* label, std::int64_t& bytes) {
-            if (line.starts_with(label)) bytes = BytesOf(line);
-        };
         if (line.starts_with("Time to create index")) are_stores = false;
         if (are_stores) statistics.stores.push_back(line);
         if (line.starts_with("Attachment index created for:")) are_stores = true;
-        bytes_after("Uncompressed size of all attachments: ", statistics.bytes);
-        bytes_after("Compressed size of all attachments: ", statistics.stored_bytes);
-        bytes_after("Size of index (compressed): ", statistics.index_bytes);
+        if (line.starts_with("Size of index (compressed): "))
+            statistics.index_bytes = BytesOf(line);
     }
     return statistics;
 }
@@ -53,7 +49,7 @@ std::string IndexSummaryLine(const IndexSummary& summary, std::int64_t elapsed_m
     std::string line = "index of " + stores + ": " + FormatThousands(summary.rows) +
                        (summary.rows == 1 ? " attachment" : " attachments");
     line += " (" + FormatThousands(summary.rows_added) + " new), ";
-    line += HumanBytes(statistics.bytes) + " (" + HumanBytes(statistics.stored_bytes) +
+    line += HumanBytes(summary.bytes) + " (" + HumanBytes(summary.stored_bytes) +
             " packed), index " + HumanBytes(statistics.index_bytes);
     const std::int64_t failures = summary.messages_failed + summary.folders_failed;
     if (failures > 0) {
@@ -71,8 +67,8 @@ nlohmann::json IndexSummaryFields(const IndexSummary& summary, std::int64_t elap
             {"messages_indexed", summary.messages_indexed},
             {"messages_failed", summary.messages_failed},
             {"folders_failed", summary.folders_failed},
-            {"bytes", statistics.bytes},
-            {"stored_bytes", statistics.stored_bytes},
+            {"bytes", summary.bytes},
+            {"stored_bytes", summary.stored_bytes},
             {"index_bytes", statistics.index_bytes},
             {"elapsed_ms", elapsed_ms}};
 }

@@ -10,11 +10,10 @@
 
 namespace trevix::cli {
 
-// What the statistics text of a saved index says.
+// What the statistics text of a saved index says. Its totals of all attachments are not taken: they
+// end at 2 GB.
 struct IndexStatistics {
     std::vector<std::string> stores;
-    std::int64_t bytes = 0;         // of all attachments, those in archives unpacked
-    std::int64_t stored_bytes = 0;  // the same as they are in the mail
     std::int64_t index_bytes = 0;
 };
 

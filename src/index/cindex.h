@@ -48,8 +48,10 @@ struct IndexSummary {
     std::int64_t messages_indexed = 0;  // looked into, whether they gave rows or not
     std::int64_t messages_failed = 0;  // could not be read, or not wholly; the next run tries again
     std::int64_t rows_added = 0;
-    std::int64_t rows = 0;  // of the saved index
-    std::string text;       // the statistics; empty unless the index was saved
+    std::int64_t rows = 0;          // of the saved index
+    std::int64_t bytes = 0;         // of all attachments, those in archives unpacked
+    std::int64_t stored_bytes = 0;  // the same as they are in the mail
+    std::string text;               // the statistics; empty unless the index was saved
 };
 
 class CIndex final : public IndexRun {

@@ -49,6 +49,8 @@ void CIndex::RefreshIndexCounts() {
     }
     compressed_bytes_ = 0;
     uncompressed_bytes_ = 0;
+    summary_.bytes = 0;
+    summary_.stored_bytes = 0;
     RecordSet& index = *state_.gAttachRST;
     PendingError pending;
     pending.Step(index.SetFilter(""));
@@ -57,6 +59,8 @@ void CIndex::RefreshIndexCounts() {
         const auto size = static_cast<std::int32_t>(index.NumberAt(kColumnFileSize).value_or(0));
         const auto packed = static_cast<std::int32_t>(index.NumberAt(kColumnFileIndex).value_or(0));
         const bool whole = index.NumberAt(kColumnZipIndex).value_or(0) < 0;
+        summary_.bytes += size;
+        summary_.stored_bytes += whole ? size : packed;
         // A total that would overflow stays as it was; the other rows still count.
         Drop(AddLong(uncompressed_bytes_, size));
         Drop(AddLong(compressed_bytes_, whole ? size : packed));

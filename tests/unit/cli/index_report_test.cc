@@ -20,20 +20,20 @@ IndexSummary Summary() {
     summary.text = kStatistics;
     summary.rows = 1234;
     summary.rows_added = 5;
+    summary.bytes = 4194304;
+    summary.stored_bytes = 1536;
     return summary;
 }
 
 TEST(ParseIndexStatistics, ReadsStoresAndSizes) {
     const IndexStatistics statistics = ParseIndexStatistics(kStatistics);
     EXPECT_THAT(statistics.stores, testing::ElementsAre("Ann's mail", "Old mail"));
-    EXPECT_EQ(statistics.stored_bytes, 1536);
-    EXPECT_EQ(statistics.bytes, 4194304);
     EXPECT_EQ(statistics.index_bytes, 900);
 }
 
 TEST(ParseIndexStatistics, FindsNothingInOtherTexts) {
-    EXPECT_EQ(ParseIndexStatistics("").bytes, 0);
-    EXPECT_EQ(ParseIndexStatistics("Uncompressed size of all attachments: lots").bytes, 0);
+    EXPECT_EQ(ParseIndexStatistics("").index_bytes, 0);
+    EXPECT_EQ(ParseIndexStatistics("Size of index (compressed): lots").index_bytes, 0);
 }
 
 TEST(IndexSummaryLine, NamesStoresRowsAndSizes) {
@@ -46,6 +46,16 @@ TEST(IndexSummaryLine, NamesStoresRowsAndSizes) {
     failed.folders_failed = 1;
     EXPECT_THAT(IndexSummaryLine(failed, 250), testing::HasSubstr(": 1 attachment (5 new)"));
     EXPECT_THAT(IndexSummaryLine(failed, 250), testing::HasSubstr(", 3 failures, "));
+}
+
+// The statistics text counts no further than 2 GB.
+TEST(IndexSummaryLine, TellsTotalsOfMoreThanTwoGigabytes) {
+    IndexSummary summary = Summary();
+    summary.bytes = std::int64_t{30} << 30;
+    summary.stored_bytes = std::int64_t{20} << 30;
+
+    EXPECT_THAT(IndexSummaryLine(summary, 250), testing::HasSubstr("30.0 GB (20.0 GB packed)"));
+    EXPECT_EQ(IndexSummaryFields(summary, 250)["bytes"], std::int64_t{30} << 30);
 }
 
 TEST(IndexSummaryFields, SayWhetherTheIndexWasSaved) {

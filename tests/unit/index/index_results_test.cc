@@ -132,6 +132,8 @@ TEST_F(SaveIndexResultsTest, TotalsThatWouldOverflowStayAsTheyWere) {
     EXPECT_NE(world.ResultText("LogIndex")
                   .find("Uncompressed size of all attachments: 2.00GB (2,147,483,647 bytes)"),
               std::string::npos);
+    EXPECT_EQ(world.index().Summary().bytes, std::int64_t{2} * 2147483647 + 1);
+    EXPECT_EQ(world.index().Summary().stored_bytes, std::int64_t{2} * 2147483647 + 1);
 }
 
 TEST_F(SaveIndexResultsTest, WithoutAResultsMessageNothingIsSavedAndTheRunFails) {
