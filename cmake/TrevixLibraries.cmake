@@ -15,6 +15,7 @@ trevix_library(gmime gmime-3.0 3.2 libgmime-3.0-dev)
 trevix_library(libzip libzip 1.7 libzip-dev)
 trevix_library(sqlite sqlite3 3.34 libsqlite3-dev)
 trevix_library(zlib zlib 1.2 zlib1g-dev)
+trevix_library(systemd libsystemd 247 libsystemd-dev)
 
 find_path(LIBDEFLATE_INCLUDE libdeflate.h)
 find_library(LIBDEFLATE_LIBRARY deflate)

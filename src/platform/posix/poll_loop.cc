@@ -13,6 +13,9 @@ namespace {
 constexpr std::int64_t kMillisecond = 1000000;
 constexpr std::int64_t kLookInterval = 5 * kMillisecond;
 
+// A source that always has something to do must not keep everybody else waiting.
+constexpr int kMostStepsATurn = 200;
+
 // Holds a counter or a flag up while a callback is on the stack, whichever way it is left.
 template <typename T>
 class Raised {
@@ -68,10 +71,20 @@ void PollLoop::Unwatch(int descriptor) {
     watches_.erase(descriptor);
 }
 
+void PollLoop::Attach(EventSource& source) {
+    sources_.push_back(&source);
+}
+
+void PollLoop::Detach(EventSource& source) {
+    std::erase(sources_, &source);
+}
+
 void PollLoop::Pump() {
+    if (serving_source_) return;
     const Raised<int> depth(pump_depth_, pump_depth_ + 1);
     const std::int64_t now = Now();
     ServeTimers(now);
+    ServeSources();
     if (watches_.empty() || now - last_look_ns_ < kLookInterval) return;
     last_look_ns_ = now;
     ServeDescriptors(0);
@@ -79,8 +92,11 @@ void PollLoop::Pump() {
 
 void PollLoop::Run() {
     while (!quit_) {
-        if (pump_depth_ == 0) ServeDeferred();
+        if (HasDeferredWork()) ServeDeferred();
         if (quit_) break;
+        ServeSources();
+        // What a source put off comes before everything that could come in between.
+        if (quit_ || HasDeferredWork()) continue;
         ServeDescriptors(WaitMilliseconds());
         last_look_ns_ = Now();
         ServeTimers(last_look_ns_);
@@ -115,16 +131,35 @@ void PollLoop::ServeTimers(std::int64_t now) {
     }
 }
 
+void PollLoop::ServeSources() {
+    if (serving_source_) return;
+    const Raised<bool> serving(serving_source_, true);
+    // By position: a source may attach or detach another.
+    for (std::size_t i = 0; i < sources_.size(); ++i) {
+        EventSource* const source = sources_[i];
+        for (int step = 0; step < kMostStepsATurn && source->ServeOne(); ++step) {
+        }
+    }
+}
+
+// Sources are only waited for here: what they have to do is looked at in every turn anyway.
 void PollLoop::ServeDescriptors(int timeout_ms) {
     std::vector<pollfd> looked;
     for (const auto& [descriptor, watch] : watches_) {
         looked.push_back(pollfd{descriptor, POLLIN, 0});
     }
+    if (timeout_ms != 0) {
+        for (EventSource* source : sources_) {
+            const EventSource::Wait wait = source->WaitsFor();
+            const int events = (wait.is_read ? POLLIN : 0) | (wait.is_write ? POLLOUT : 0);
+            looked.push_back(pollfd{wait.descriptor, static_cast<short>(events), 0});
+        }
+    }
     // A signal ends the wait early; the caller's loop looks at everything again.
     if (::poll(looked.data(), looked.size(), timeout_ms) <= 0) return;
     for (const pollfd& one : looked) {
         const auto found = watches_.find(one.fd);
-        if (one.revents == 0 || found == watches_.end()) continue;
+        if (one.fd < 0 || one.revents == 0 || found == watches_.end()) continue;
         const std::shared_ptr<Watch> watch = found->second;
         (*watch)();
     }
@@ -138,9 +173,13 @@ void PollLoop::ServeDeferred() {
 }
 
 // -1 waits without end. A wait is rounded up, so that it does not end just before the tick.
-int PollLoop::WaitMilliseconds() const {
-    if (!deferred_.empty() && pump_depth_ == 0) return 0;
+int PollLoop::WaitMilliseconds() {
+    if (HasDeferredWork()) return 0;
     std::int64_t earliest = std::numeric_limits<std::int64_t>::max();
+    for (EventSource* source : sources_) {
+        const EventSource::Wait wait = source->WaitsFor();
+        if (wait.until_ns >= 0) earliest = std::min(earliest, wait.until_ns);
+    }
     for (const auto& [id, timer] : timers_) {
         if (!timer->on_stack) earliest = std::min(earliest, timer->due_ns);
     }

@@ -1,9 +1,9 @@
 // The message loop of a process, over poll(2). One thread: it holds no lock and starts no thread.
 //
-// What a Pump costs when nothing is due: one read of the monotonic clock and a look at each timer.
-// Descriptors are looked at (poll with a zero time-out) by a Pump only when some are watched and
-// the last look is more than 5 ms ago; a person who presses Ctrl-C does not notice 5 ms, while a
-// system call for every message of a big folder would be felt.
+// What a Pump costs when nothing is due: one read of the monotonic clock, a look at each timer and
+// one call of each source. Descriptors are looked at (poll with a zero time-out) by a Pump only
+// when some are watched and the last look is more than 5 ms ago; a person who presses Ctrl-C does
+// not notice 5 ms, while a system call for every message of a big folder would be felt.
 #pragma once
 
 #include <cstdint>
@@ -12,6 +12,7 @@
 #include <memory>
 #include <vector>
 
+#include "platform/event_source.h"
 #include "platform/message_loop.h"
 
 namespace trevix::posix {
@@ -41,6 +42,13 @@ class PollLoop final : public MessageLoop {
     void WatchDescriptor(int descriptor, std::function<void()> readable);
     void Unwatch(int descriptor);
 
+    // Serves `source`, which stays the caller's, from Run() and from every Pump(): in Run() until
+    // it has nothing to do, so that what it has read already is not waited for. While the source
+    // serves, a Pump() does nothing at all: neither is the source entered twice, nor does a timer
+    // begin a long run on top of it. Detach it before it goes.
+    void Attach(EventSource& source);
+    void Detach(EventSource& source);
+
  private:
     struct Timer {
         std::int64_t interval_ns = 0;
@@ -53,15 +61,19 @@ class PollLoop final : public MessageLoop {
 
     std::int64_t Now() const;
     void ServeTimers(std::int64_t now);
+    void ServeSources();
     void ServeDescriptors(int timeout_ms);
     void ServeDeferred();
-    int WaitMilliseconds() const;
+    bool HasDeferredWork() const { return !deferred_.empty() && pump_depth_ == 0; }
+    int WaitMilliseconds();
 
     std::function<std::int64_t()> monotonic_;
     FirstTick first_tick_;
     std::map<TimerId, std::shared_ptr<Timer>> timers_;
     std::map<int, std::shared_ptr<Watch>> watches_;
+    std::vector<EventSource*> sources_;
     std::vector<std::function<void()>> deferred_;
+    bool serving_source_ = false;
     TimerId last_timer_ = 0;
     std::int64_t last_look_ns_ = 0;
     int pump_depth_ = 0;
