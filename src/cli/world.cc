@@ -1,30 +1,18 @@
 #include "cli/world.h"
 
-#include <sys/stat.h>
-
-#include <cstdlib>
-#include <map>
 #include <optional>
 #include <utility>
 
+#include "assembly/adapters.h"
 #include "cli/dry_run_store.h"
 #include "cli/private_place.h"
 #include "cli/setting_file.h"
 #include "cli/text_format.h"
 #include "manage/cmanage.h"
 #include "platform/associated/associated_store.h"
-#include "platform/eventlog/system_event_log.h"
 #include "platform/maildir/maildir_store.h"
-#include "platform/mime/messaging_factory.h"
 #include "platform/posix/posix_file_system.h"
-#include "platform/posix/system_clock.h"
-#include "platform/profiles/profile_provider.h"
-#include "platform/recordset/factory.h"
 #include "platform/registry/file_registry.h"
-#include "platform/registry/process_environment.h"
-#include "platform/summary_cache/memory_summary_cache.h"
-#include "platform/summary_cache/sqlite_summary_cache.h"
-#include "platform/zip/factory.h"
 #include "store/results_message.h"
 
 namespace trevix::cli {
@@ -34,20 +22,6 @@ using Writes = WorldPlan::Writes;
 
 constexpr const char* kTemporaryHint =
     "make room there, or set TMPDIR to a directory that you may write";
-
-// The installed data lies apart from the program, in the build tree beside it.
-std::string DataDirectory(const std::string& program_directory) {
-    const std::string installed = program_directory + "/" + TREVIX_DATA_FROM_BIN;
-    struct stat about {};
-    return ::stat(installed.c_str(), &about) == 0 ? installed : program_directory;
-}
-
-posix::FileSystemPlaces PlacesFor(const PrivatePlace* place) {
-    posix::FileSystemPlaces places = posix::DefaultPlaces();
-    places.installation = DataDirectory(places.installation);
-    if (place != nullptr) places.temporary = place->path();
-    return places;
-}
 
 // The store of a world that writes nothing looks, and keeps what it is told to write.
 Result<std::unique_ptr<MailStore>> OpenStore(const std::string& path, const WorldPlan& plan,
@@ -64,23 +38,6 @@ Result<std::unique_ptr<MailStore>> OpenStore(const std::string& path, const Worl
                                                                     place->path(), plan.held_lock));
 }
 
-// $XDG_CACHE_HOME/trevix, by default below ~/.cache; without a home nothing is kept.
-std::string CacheDirectory() {
-    const char* configured = std::getenv("XDG_CACHE_HOME");
-    if (configured != nullptr && configured[0] == '/') return std::string(configured) + "/trevix";
-    const char* home = std::getenv("HOME");
-    return home == nullptr || home[0] != '/' ? std::string() : std::string(home) + "/.cache/trevix";
-}
-
-std::unique_ptr<SummaryCache> CacheFor(const WorldPlan& plan) {
-    const std::string directory = CacheDirectory();
-    const bool keeps = plan.writes == Writes::kEverything || plan.keeps_summaries;
-    if (!keeps || directory.empty()) {
-        return std::make_unique<summary_cache::MemorySummaryCache>();
-    }
-    return std::make_unique<summary_cache::SqliteSummaryCache>(directory);
-}
-
 // What the command line stands for: the add-in, whose settings and log are this user's own.
 std::vector<OverlayValue> OverlayOf(const WorldPlan& plan) {
     std::vector<OverlayValue> values = plan.options;
@@ -94,49 +51,44 @@ struct SettingFiles {
     std::string machine = registry::kMachineFilePath;
 };
 
+assembly::AdapterPlan AdaptersFor(const WorldPlan& plan, const PrivatePlace* place,
+                                  const SettingFiles& settings) {
+    assembly::AdapterPlan adapters;
+    adapters.first_tick = posix::FirstTick::kAtOnce;
+    adapters.data_from_program = TREVIX_DATA_FROM_BIN;
+    if (place != nullptr) adapters.temporary = place->path();
+    adapters.user_settings = settings.user;
+    adapters.machine_settings = settings.machine;
+    adapters.keeps_summaries = plan.writes == Writes::kEverything || plan.keeps_summaries;
+    adapters.open_maildir = [plan, place](const std::string& path, Clock& clock) {
+        return OpenStore(path, plan, clock, place);
+    };
+    return adapters;
+}
+
 class BuiltWorld final : public World {
  public:
     BuiltWorld(const WorldPlan& plan, std::unique_ptr<PrivatePlace> place,
                const SettingFiles& settings)
-        : plan_(plan),
-          place_(std::move(place)),
-          event_log_(plan.writes == Writes::kNothing ? nullptr : &system_log_, plan.show_error),
-          files_(PlacesFor(place_.get())),
-          file_registry_(settings.user, settings.machine),
-          registry_(file_registry_, OverlayOf(plan)),
-          provider_(profiles::ProfileFile(profiles::ProfileFilePath()),
-                    {{"maildir",
-                      [this](const std::string& path) {
-                          return OpenStore(path, plan_, clock_, place_.get());
-                      }}}),
-          cache_(CacheFor(plan)),
-          messaging_(mime::MessagingFactoryOver(provider_, *cache_, clock_)),
-          state_(Ports{clock_, loop_, event_log_, files_, registry_, environment_, *messaging_,
-                       record_sets_, zip_}),
+        : place_(std::move(place)),
+          adapters_(AdaptersFor(plan, place_.get(), settings)),
+          event_log_(plan.writes == Writes::kNothing ? nullptr : &adapters_.event_log(),
+                     plan.show_error),
+          registry_(adapters_.registry(), OverlayOf(plan)),
+          state_(adapters_.PortsWith(event_log_, registry_)),
           session_(state_) {}
 
     BasCI& state() override { return state_; }
     Session& session() override { return session_; }
-    posix::PollLoop& loop() override { return loop_; }
-    FileSystem& files() { return files_; }
+    posix::PollLoop& loop() override { return adapters_.loop(); }
+    FileSystem& files() { return adapters_.files(); }
 
  private:
     // In the order in which they are needed, so that each outlives who uses it.
-    WorldPlan plan_;
     std::unique_ptr<PrivatePlace> place_;
-    posix::SystemClock clock_;
-    posix::PollLoop loop_{{}, posix::FirstTick::kAtOnce};
-    eventlog::SystemEventLog system_log_;
+    assembly::Adapters adapters_;
     EventEcho event_log_;
-    posix::PosixFileSystem files_;
-    registry::FileRegistry file_registry_;
     RegistryOverlay registry_;
-    registry::ProcessEnvironment environment_;
-    profiles::ProfileProvider provider_;
-    std::unique_ptr<SummaryCache> cache_;
-    std::unique_ptr<MessagingFactory> messaging_;
-    recordset::Factory record_sets_;
-    zip_engine::Factory zip_;
     BasCI state_;
     Session session_;
 };

@@ -1,6 +1,7 @@
 // World: all that one run of the program consists of, built in one place and logged on to a store.
 //
-// This is the composition root: nothing else of the program names an adapter of the core's ports.
+// This is the composition root: the adapters of src/assembly, and what dry runs and options put in
+// front of them.
 #pragma once
 
 #include <memory>

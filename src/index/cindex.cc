@@ -64,13 +64,8 @@ bool CIndex::CheckInProcess() {
 
 void CIndex::StartIndex() {
     form_.reset();
-    // The lock lets go of a run after some minutes, and this one may be what is being pumped by it.
-    if (running_) {
-        LogLine(kStartIndex, " a run of this object is under way", 2);
-        return;
-    }
     if (CheckInProcess()) return;
-    running_ = true;
+    const RunMark running(state_.is_running);
     run_ = {};
     summary_ = {};
 
@@ -92,7 +87,6 @@ void CIndex::StartIndex() {
         LogLine(kStartIndex, " updating existing index", 4);
         UpdateIndex();
     }
-    running_ = false;
 }
 
 StringArray CIndex::StoresToIndex() {

@@ -223,7 +223,6 @@ class CIndex final : public IndexRun {
     bool regenerate_ = false;
     bool off_line_ = false;
     bool in_process_ = false;
-    bool running_ = false;  // StartIndex is on the stack
     std::string target_store_ids_;
     std::string update_store_ids_;
     StringArray stores_;

@@ -58,6 +58,7 @@ void CManage::StartManage() {
     LogLine(kStartManage, " start", 8);
     form_.reset();
     if (CheckInProcess()) return;
+    const RunMark running(state_.is_running);
     if (compress_) GetZipAttachRender();
 
     if (folder_ids_.empty()) folder_ids_ = ",all";

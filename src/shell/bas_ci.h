@@ -48,6 +48,9 @@ class BasCI {
     std::unique_ptr<RecordSet> gFolderRST;  // closed by the Session object's end
     std::unique_ptr<RecordSet> gAttachRST;  // likewise
 
+    // A run is on the stack, perhaps serving the message loop. No other one may begin on top of it.
+    bool is_running = false;
+
     // Running totals and results of the results message.
     std::int32_t gDeletedStationery = 0;
     std::int32_t gCompressedBytes = 0;

@@ -7,6 +7,18 @@
 
 namespace trevix {
 
+// Holds the mark of a run that is on the stack, from where the run lock let it pass to its end.
+class RunMark {
+ public:
+    explicit RunMark(bool& is_running) : is_running_(is_running) { is_running_ = true; }
+    RunMark(const RunMark&) = delete;
+    RunMark& operator=(const RunMark&) = delete;
+    ~RunMark() { is_running_ = false; }
+
+ private:
+    bool& is_running_;
+};
+
 class ManageRun {
  public:
     virtual ~ManageRun() = default;

@@ -105,6 +105,7 @@ Status Session::CreateRuns(Folder& inbox) {
     pending.Assign(state_.gStoreID, inbox.StoreId());
     state_.gManage = std::make_unique<CManage>(state_);
     state_.gIndex = std::make_unique<CIndex>(state_);
+    ++logon_count_;
     state_.GetZipTemp();
     state_.gIndexDir = state_.gIndex->GetZipIndexDir();
     if (pending.failed()) {

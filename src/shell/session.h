@@ -42,12 +42,16 @@ class Session {
     // programs that talk to a person: the two texts above name only the profile.
     const std::string& LogonFailure() const { return logon_failure_; }
 
-    // Logs on with the profile (which wins) or with server and alias.
+    // Logs on with the profile (which wins) or with server and alias. Not while a run is on the
+    // stack, which would lose the object that it is a call of.
     void Logon(const std::string& profile_name = {});
 
     // Null before a successful log-on. They live until this object ends.
     CIndex* Index() const;
     CManage* Manage() const;
+
+    // How many pairs of the two were made: a log-on that succeeds replaces them.
+    int LogonCount() const { return logon_count_; }
 
     // One of the tx constants.
     std::int32_t State();
@@ -67,6 +71,7 @@ class Session {
     std::string profile_;
     std::string last_error_;
     std::string logon_failure_;
+    int logon_count_ = 0;
 };
 
 }  // namespace trevix

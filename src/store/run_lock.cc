@@ -64,13 +64,16 @@ bool CheckInProcess(BasCI& state, const RunLockTexts& texts,
     const std::string start_text = FormatGeneralDate(start);
     if (texts.traces) log(" StartCI=" + start_text + "; EndCI=" + FormatGeneralDate(end), 8);
 
-    if (end < start) {
-        if (MinutesBetween(start, state.ports.clock.NowLocal()) <= kTimeOutMinutes) {
-            if (texts.raises_before_logging) abort(texts.conflict_message);
-            log(texts.conflict_line + start_text, 2);
-            if (!texts.raises_before_logging) abort(texts.conflict_message);
-            return true;
-        }
+    const bool is_taken = end < start;
+    const bool is_young = MinutesBetween(start, state.ports.clock.NowLocal()) <= kTimeOutMinutes;
+    // A run of this process holds the lock however long it takes: it is what pumps this one.
+    if (state.is_running || (is_taken && is_young)) {
+        if (texts.raises_before_logging) abort(texts.conflict_message);
+        log(texts.conflict_line + start_text, 2);
+        if (!texts.raises_before_logging) abort(texts.conflict_message);
+        return true;
+    }
+    if (is_taken) {
         TakeLock(state, *message);
         log(texts.after_timeout_line + start_text, 4);
         return false;

@@ -1,8 +1,9 @@
 // The run lock: two time stamps on the results message that keep the runs of different processes
 // apart.
 //
-// The lock is not atomic and a run of more than five minutes can be joined by a second one; no
-// mail depends on it, because each save compares the stored message with the one that was read.
+// The lock is not atomic and a run of more than five minutes can be joined by one of another
+// process; no mail depends on it, because each save compares the stored message with the one that
+// was read. A second run of the same process, which the first would pump, is always kept out.
 #pragma once
 
 #include <functional>

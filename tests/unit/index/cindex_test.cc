@@ -145,12 +145,12 @@ TEST_F(StartIndexTest, MakesTheHelperObjectWhenThereIsNone) {
     EXPECT_NE(world.ci.gUtils, nullptr);
 }
 
-TEST_F(StartIndexTest, ASecondStartInsideARunIsPassedOver) {
+TEST_F(StartIndexTest, ASecondStartInsideARunIsRefusedHoweverLongItTakes) {
     world.Logon();
     bool nested = false;
     world.loop.on_pump = [&](int) {
         if (std::exchange(nested, true)) return;
-        world.clock.AdvanceMinutes(10);  // the lock does not hold it back any more
+        world.clock.AdvanceMinutes(10);  // another process would be let in by now
         world.index().Index(true);
         world.loop.FireTimers();
     };
@@ -159,7 +159,7 @@ TEST_F(StartIndexTest, ASecondStartInsideARunIsPassedOver) {
 
     EXPECT_TRUE(nested);
     EXPECT_EQ(world.TimesLogged("creating new index"), 1);
-    EXPECT_TRUE(world.Logged("CIndex::StartIndex: a run of this object is under way"));
+    EXPECT_EQ(world.TimesLogged("aborting index run to avoid conflict"), 1);
     EXPECT_EQ(world.End(), "Complete 0");
     EXPECT_EQ(world.Column("FileName"), (std::vector<std::string>{"a.txt"}));
 }

@@ -75,6 +75,16 @@ TEST_F(RunLockTest, CountsMinuteBoundariesNotElapsedSeconds) {
     EXPECT_FALSE(CheckManage());
 }
 
+TEST_F(RunLockTest, ARunOfTheSameProcessKeepsItHoweverLongItTakes) {
+    StartedMinutesAgo(60);
+    {
+        const RunMark running(world.ci.is_running);
+        EXPECT_TRUE(CheckManage());
+    }
+    EXPECT_EQ(aborts.size(), 1U);
+    EXPECT_FALSE(CheckManage());
+}
+
 TEST_F(RunLockTest, AnEndEqualToTheStartIsFree) {
     StartedMinutesAgo(1);
     world.Results()->named[1].value = world.Results()->named[0].value;
