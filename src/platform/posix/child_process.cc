@@ -34,9 +34,11 @@ class SpawnPlan {
         ::posix_spawnattr_destroy(&attributes_);
     }
 
-    // Also when the two are the same, which then loses its close-on-exec flag.
-    void GiveDescriptor(int ours, int theirs) {
+    // The last descriptor that the child gets. When the two are the same it loses its close-on-exec
+    // flag.
+    void GiveLastDescriptor(int ours, int theirs) {
         ::posix_spawn_file_actions_adddup2(&actions_, ours, theirs);
+        ::posix_spawn_file_actions_addclosefrom_np(&actions_, theirs + 1);
     }
 
     int Spawn(pid_t& process, const std::string& program, std::vector<char*>& arguments) const {
@@ -66,7 +68,7 @@ Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(
     pointers.push_back(nullptr);
 
     SpawnPlan plan;
-    plan.GiveDescriptor(child_report.get(), kReportDescriptor);
+    plan.GiveLastDescriptor(child_report.get(), kReportDescriptor);
     pid_t process = 0;
     const int failed = plan.Spawn(process, program, pointers);
     if (failed != 0) return SystemError(failed, program);

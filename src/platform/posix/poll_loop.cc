@@ -148,6 +148,7 @@ void PollLoop::ServeDescriptors(int timeout_ms) {
     for (const auto& [descriptor, watch] : watches_) {
         looked.push_back(pollfd{descriptor, POLLIN, 0});
     }
+    const std::size_t watched = looked.size();
     if (timeout_ms != 0) {
         for (EventSource* source : sources_) {
             const EventSource::Wait wait = source->WaitsFor();
@@ -157,9 +158,10 @@ void PollLoop::ServeDescriptors(int timeout_ms) {
     }
     // A signal ends the wait early; the caller's loop looks at everything again.
     if (::poll(looked.data(), looked.size(), timeout_ms) <= 0) return;
+    looked.resize(watched);
     for (const pollfd& one : looked) {
         const auto found = watches_.find(one.fd);
-        if (one.fd < 0 || one.revents == 0 || found == watches_.end()) continue;
+        if (one.revents == 0 || found == watches_.end()) continue;
         const std::shared_ptr<Watch> watch = found->second;
         (*watch)();
     }

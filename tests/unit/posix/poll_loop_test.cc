@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <functional>
 #include <string>
 
 namespace trevix::posix {
@@ -256,6 +257,155 @@ TEST(PollLoopWatch, UnwatchFromACallbackSilencesTheOther) {
     world.loop.Pump();
 
     EXPECT_EQ(calls, 1);
+}
+
+// A source with a number of things to do, over a pipe that stands for its socket.
+class FakeSource final : public EventSource {
+ public:
+    Wait WaitsFor() override { return {pipe.out, true, false, until_ns}; }
+    bool ServeOne() override {
+        ++calls;
+        if (left == 0) return false;
+        --left;
+        if (on_serve) on_serve();
+        return true;
+    }
+
+    Pipe pipe;
+    int left = 0;
+    int calls = 0;
+    std::int64_t until_ns = -1;
+    std::function<void()> on_serve;
+};
+
+TEST(PollLoopSource, IsServedByEveryPumpAtOnce) {
+    World world;
+    FakeSource source;
+    world.loop.Attach(source);
+    source.left = 3;
+
+    world.loop.Pump();
+    EXPECT_EQ(source.left, 0);
+    source.left = 1;
+    world.loop.Pump();
+
+    EXPECT_EQ(source.left, 0);
+    world.loop.Detach(source);
+    source.left = 1;
+    world.loop.Pump();
+    EXPECT_EQ(source.left, 1);
+}
+
+TEST(PollLoopSource, ThatNeverEndsDoesNotHoldUpAPump) {
+    World world;
+    FakeSource source;
+    world.loop.Attach(source);
+    source.left = 1000000;
+
+    world.loop.Pump();
+
+    EXPECT_GT(source.left, 0);
+}
+
+TEST(PollLoopSource, IsNotEnteredTwiceAndNoTimerBeginsOnTopOfIt) {
+    World world;
+    FakeSource source;
+    int ticks = 0;
+    world.loop.ArmTimer(10, [&] { ++ticks; });
+    source.on_serve = [&] {
+        world.Advance(100);
+        const int calls = source.calls;
+        world.loop.Pump();
+        EXPECT_EQ(source.calls, calls);
+        EXPECT_EQ(ticks, 0);
+    };
+    world.loop.Attach(source);
+    source.left = 1;
+
+    world.loop.Pump();
+    EXPECT_EQ(ticks, 0);
+    world.loop.Pump();
+
+    EXPECT_EQ(ticks, 1);
+}
+
+TEST(PollLoopSource, IsServedInRunBeforeAnythingIsWaitedFor) {
+    World world;
+    FakeSource source;
+    world.loop.Attach(source);
+    source.left = 2;
+    source.on_serve = [&] {
+        if (source.left == 0) world.loop.Quit();
+    };
+
+    world.loop.Run();
+
+    EXPECT_EQ(source.left, 0);
+}
+
+TEST(PollLoopSource, WhatItDefersComesBeforeATimerThatIsDue) {
+    World world;
+    FakeSource source;
+    std::string order;
+    world.loop.ArmTimer(10, [&] {
+        order += "tick";
+        world.loop.Quit();
+    });
+    world.Advance(10);
+    source.on_serve = [&] { world.loop.Defer([&] { order += "deferred "; }); };
+    world.loop.Attach(source);
+    source.left = 1;
+
+    world.loop.Run();
+
+    EXPECT_EQ(order, "deferred tick");
+}
+
+TEST(PollLoopSource, IsWaitedForByItsDescriptor) {
+    PollLoop loop;
+    FakeSource source;
+    loop.Attach(source);
+    loop.ArmTimer(1, [&] { source.pipe.Write(); });
+    int turns = 0;
+    source.on_serve = [&] { loop.Quit(); };
+    // Becomes due only when its descriptor does: the loop must then come back to it.
+    loop.WatchDescriptor(source.pipe.out, [&] {
+        source.pipe.Read();
+        source.left = 1;
+        ++turns;
+    });
+
+    loop.Run();
+
+    EXPECT_EQ(turns, 1);
+    loop.Unwatch(source.pipe.out);
+}
+
+TEST(PollLoopSource, IsWaitedForNoLongerThanItSays) {
+    // Becomes due by time alone, as an answer that does not come.
+    class Waiting final : public EventSource {
+     public:
+        explicit Waiting(PollLoop& loop) : loop_(loop) {}
+        Wait WaitsFor() override {
+            ++waits;
+            return {-1, false, false, 1};  // long ago
+        }
+        bool ServeOne() override {
+            if (waits > 0) loop_.Quit();
+            return false;
+        }
+        int waits = 0;
+
+     private:
+        PollLoop& loop_;
+    };
+    PollLoop loop;
+    Waiting source(loop);
+    loop.Attach(source);
+
+    loop.Run();
+
+    EXPECT_GT(source.waits, 0);
 }
 
 }  // namespace
