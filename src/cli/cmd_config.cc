@@ -134,13 +134,6 @@ std::string NameHelp() {
     return help;
 }
 
-// A sub-command of "config" with its own example.
-CLI::App* Sub(CLI::App& app, const char* name, const char* summary, const char* example) {
-    CLI::App* sub = app.add_subcommand(name, summary);
-    sub->footer(std::string("Example:\n  ") + example);
-    return sub;
-}
-
 }  // namespace
 
 Runner AttachConfig(CLI::App& app) {
@@ -148,26 +141,29 @@ Runner AttachConfig(CLI::App& app) {
     app.require_subcommand(1);
     app.footer(app.get_footer() + "\n\n" + NameHelp());
 
-    CLI::App* get = Sub(app, "get", "Show the value of a setting", "trevixctl config get min-size");
-    get->add_option("NAME", options->name, "The setting")->required();
+    CLI::App* get = AddSubCommand(app, "get", "Show the value of a setting", "config get SETTING",
+                                  "trevixctl config get min-size");
+    get->add_option("SETTING", options->name, "The setting")->required();
 
-    CLI::App* set = Sub(app, "set", "Change a setting",
-                        "trevixctl config set exclude .zip:.jpg:.gif\n"
-                        "  trevixctl config set exclude --default");
-    set->add_option("NAME", options->name, "The setting")->required();
+    CLI::App* set =
+        AddSubCommand(app, "set", "Change a setting", "config set SETTING [VALUE] [--default]",
+                      "trevixctl config set exclude .zip:.jpg:.gif\n"
+                      "trevixctl config set exclude --default");
+    set->add_option("SETTING", options->name, "The setting")->required();
     auto* value = set->add_option("VALUE", options->value, "Its new value");
     auto* to_default = set->add_flag("--default", options->to_default, "Back to the default");
     to_default->excludes(value);
 
-    CLI::App* list = Sub(app, "list", "Show all settings", "trevixctl config list --json");
+    CLI::App* list = AddSubCommand(app, "list", "Show all settings", "config list [--json]",
+                                   "trevixctl config list --json");
     list->add_flag("--json", options->json, "One JSON object a line");
 
-    CLI::App* import = Sub(app, "import", "Take over a file in registry-editor form",
-                           "trevixctl config import settings.reg");
+    CLI::App* import = AddSubCommand(app, "import", "Take over a file in registry-editor form",
+                                     "config import FILE", "trevixctl config import settings.reg");
     import->add_option("FILE", options->file, "The file")->required();
 
-    CLI::App* save = Sub(app, "export", "Write the settings in registry-editor form",
-                         "trevixctl config export settings.reg");
+    CLI::App* save = AddSubCommand(app, "export", "Write the settings in registry-editor form",
+                                   "config export [FILE]", "trevixctl config export settings.reg");
     save->add_option("FILE", options->file, "A new file (default: the standard output)");
 
     return [=](Console& console) {

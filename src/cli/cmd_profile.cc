@@ -88,20 +88,15 @@ int Remove(const Options& options, Console& console) {
     return removed.ok() ? kExitDone : Complain(removed.error(), console);
 }
 
-CLI::App* Sub(CLI::App& app, const char* name, const char* summary, const char* example) {
-    CLI::App* sub = app.add_subcommand(name, summary);
-    sub->footer(std::string("Example:\n  ") + example);
-    return sub;
-}
-
 }  // namespace
 
 Runner AttachProfile(CLI::App& app) {
     auto options = std::make_shared<Options>();
     app.require_subcommand(1);
 
-    CLI::App* add = Sub(app, "add", "Add a profile",
-                        "trevixctl profile add home --maildir ~/Maildir --user \"Ann Example\"");
+    CLI::App* add =
+        AddSubCommand(app, "add", "Add a profile", "profile add NAME --maildir DIR [OPTIONS]",
+                      "trevixctl profile add home --maildir ~/Maildir --user \"Ann Example\"");
     add->add_option("NAME", options->name, "Its name")->required();
     add->add_option("--maildir", options->maildirs, "A mail directory; may be given several times")
         ->type_name("DIR")
@@ -112,12 +107,13 @@ Runner AttachProfile(CLI::App& app) {
     add->add_option("--user", options->user, "The owner's name (default: the login name)")
         ->type_name("NAME");
 
-    CLI::App* list = Sub(app, "list", "Show the profiles", "trevixctl profile list");
+    CLI::App* list = AddSubCommand(app, "list", "Show the profiles", "profile list [--json]",
+                                   "trevixctl profile list");
     list->add_flag("--json", options->json, "One JSON object a line");
 
-    CLI::App* remove = Sub(app, "remove", "Remove a profile; its mail stays where it is",
-                           "trevixctl profile remove home");
-    remove->add_option("NAME", options->name, "Its name")->required();
+    CLI::App* remove = AddSubCommand(app, "remove", "Remove a profile; its mail stays where it is",
+                                     "profile remove PROFILE", "trevixctl profile remove home");
+    remove->add_option("PROFILE", options->name, "Its name")->required();
 
     return [=](Console& console) {
         if (add->parsed()) return Add(*options, console);

@@ -13,10 +13,6 @@
 namespace trevix::cli {
 namespace {
 
-constexpr const char* kExitStatus =
-    "Exit status: 0 done, 1 failed, 2 usage, 3 finished but some messages failed,\n"
-    "75 another run holds the store, 130 cancelled.";
-
 constexpr const char* kProgramExample =
     "Example:\n"
     "  trevixctl compress --maildir ~/Maildir --dry-run\n"
@@ -34,13 +30,30 @@ class UsageFormatter final : public CLI::Formatter {
     std::string usage_;
 };
 
-void Dress(CLI::App& app, const Command& command) {
-    app.formatter(std::make_shared<UsageFormatter>(command.usage));
-    std::string example = command.example;
+void SetExample(CLI::App& app, std::string example) {
     for (std::size_t at = 0; (at = example.find('\n', at)) != std::string::npos; at += 3) {
         example.replace(at, 1, "\n  ");
     }
     app.footer("Example:\n  " + example);
+}
+
+// "Exit status: 0 done, 1 failed, ...", in lines that fit a terminal.
+std::string ExitStatusHelp() {
+    constexpr std::size_t kColumns = 79;
+    std::string help = "Exit status:";
+    std::size_t line_start = 0;
+    for (const ExitMeaning& exit : kExitMeanings) {
+        const std::string entry = std::to_string(exit.code) + " " + exit.meaning;
+        if (&exit != kExitMeanings) help += ',';
+        if (help.size() - line_start + entry.size() + 2 > kColumns) {
+            help += '\n';
+            line_start = help.size();
+        } else {
+            help += ' ';
+        }
+        help += entry;
+    }
+    return help + ".";
 }
 
 int UsageError(const std::string& why, const CLI::App& app, Console& console) {
@@ -116,22 +129,40 @@ std::vector<Command> CommandTable() {
     };
 }
 
-int RunProgram(int argc, const char* const* argv, Console& console) {
-    console.json = AsksForJson(argc, argv);
-    CLI::App app(
-        "Zips the attachments of stored mail, in place and without loss, and finds them again.",
-        "trevixctl");
-    app.formatter(std::make_shared<UsageFormatter>("COMMAND [OPTIONS]"));
-    app.footer(std::string(kProgramExample) + kExitStatus);
+void SetUsage(CLI::App& app, const std::string& usage) {
+    app.formatter(std::make_shared<UsageFormatter>(usage));
+}
+
+CLI::App* AddSubCommand(CLI::App& app, const char* name, const char* summary, const char* usage,
+                        const std::string& example) {
+    CLI::App* command = app.add_subcommand(name, summary);
+    SetUsage(*command, usage);
+    SetExample(*command, example);
+    return command;
+}
+
+Runners Declare(CLI::App& app) {
+    app.name("trevixctl");
+    app.description(
+        "Zips the attachments of stored mail, in place and without loss, and finds them again.");
+    SetUsage(app, "COMMAND [OPTIONS]");
+    app.footer(std::string(kProgramExample) + ExitStatusHelp());
     app.set_version_flag("--version", std::string("trevixctl ") + kVersionText);
     app.require_subcommand(1);
 
-    std::vector<std::pair<CLI::App*, Runner>> runners;
+    Runners runners;
     for (const Command& command : CommandTable()) {
-        CLI::App* sub = app.add_subcommand(command.name, command.summary);
-        Dress(*sub, command);
+        CLI::App* sub =
+            AddSubCommand(app, command.name, command.summary, command.usage, command.example);
         runners.emplace_back(sub, command.attach(*sub));
     }
+    return runners;
+}
+
+int RunProgram(int argc, const char* const* argv, Console& console) {
+    console.json = AsksForJson(argc, argv);
+    CLI::App app;
+    const Runners runners = Declare(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForVersion& version) {

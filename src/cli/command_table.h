@@ -4,6 +4,8 @@
 
 #include <CLI/App.hpp>
 #include <functional>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/console.h"
@@ -24,6 +26,19 @@ struct Command {
 };
 
 std::vector<Command> CommandTable();
+
+// A parsed command and what runs it.
+using Runners = std::vector<std::pair<CLI::App*, Runner>>;
+
+// Declares the program and all its commands on `app`.
+Runners Declare(CLI::App& app);
+
+// What help shows behind "Usage: trevixctl ".
+void SetUsage(CLI::App& app, const std::string& usage);
+
+// A command below a command, as "set" of "config". `example`: whole command lines, one a line.
+CLI::App* AddSubCommand(CLI::App& app, const char* name, const char* summary, const char* usage,
+                        const std::string& example);
 
 Runner AttachCompress(CLI::App& app);
 Runner AttachIndex(CLI::App& app);

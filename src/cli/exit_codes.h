@@ -10,4 +10,19 @@ inline constexpr int kExitSomeFailed = 3;  // the run finished, some messages we
 inline constexpr int kExitHeld = 75;       // another run holds the store
 inline constexpr int kExitCancelled = 130;  // by the user
 
+struct ExitMeaning {
+    int code;
+    const char* meaning;
+};
+
+// For help and the manual.
+inline constexpr ExitMeaning kExitMeanings[] = {
+    {kExitDone, "done"},
+    {kExitFailed, "failed"},
+    {kExitUsage, "usage"},
+    {kExitSomeFailed, "finished but some messages failed"},
+    {kExitHeld, "another run holds the store"},
+    {kExitCancelled, "cancelled"},
+};
+
 }  // namespace trevix::cli

@@ -41,7 +41,7 @@ std::optional<std::string> OnlyProfile(Console& console, int& exit_code) {
 void AddStoreOptions(CLI::App& app, StoreChoice& choice) {
     const std::string group = "Which store (default: your only profile)";
     auto* profile = app.add_option("--profile", choice.profile, "A profile of profiles.conf")
-                        ->type_name("NAME")
+                        ->type_name("PROFILE")
                         ->group(group);
     auto* maildir = app.add_option("--maildir", choice.maildir, "A mail directory")
                         ->type_name("DIR")
