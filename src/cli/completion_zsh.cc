@@ -14,12 +14,6 @@ _trevixctl_profiles() {
     compadd -a names
 }
 
-# Which command of a command is meant: the words up to it go, so that the rest is all there is.
-_trevixctl_next() {
-    shift words
-    (( CURRENT-- ))
-}
-
 )sh";
 
 // For the text of an argument's specification, within single quotes.
@@ -91,8 +85,9 @@ std::string ArgumentLine(const OptionReference& option) {
 std::string Function(const CommandReference& command) {
     std::string text = FunctionName(command) + "() {\n";
     if (!command.commands.empty()) {
-        text +=
-            "    if (( CURRENT > 2 )); then\n        _trevixctl_next\n        case $words[1] in\n";
+        // A function would have the words put back when it ends.
+        text += "    if (( CURRENT > 2 )); then\n        shift words\n        (( CURRENT-- ))\n";
+        text += "        case $words[1] in\n";
         for (const CommandReference& below : command.commands) {
             text += "            " + below.name + ") " + FunctionName(below) + " ;;\n";
         }

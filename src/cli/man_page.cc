@@ -26,6 +26,13 @@ bool IsUpper(const std::string& word) {
     return true;
 }
 
+// A summary as a sentence of its own.
+std::string Sentence(const std::string& text) {
+    if (text.empty()) return {};
+    const std::string sentence = ToUpper(text.substr(0, 1)) + text.substr(1);
+    return RoffText(sentence) + (text.ends_with('.') ? "" : ".");
+}
+
 // A word of a usage line: an option, a place holder or a command.
 std::string UsageWord(const std::string& word) {
     if (word.starts_with("-")) return FlagMacro(word);
@@ -76,9 +83,7 @@ std::string OptionItem(const OptionReference& option) {
         item += option.is_operand ? " Ar " + RoffText(name) : " " + FlagMacro(name);
     }
     if (!option.is_operand && !option.value.empty()) item += " Ar " + RoffText(option.value);
-    item += "\n" + RoffText(option.about);
-    if (!option.about.ends_with('.')) item += '.';
-    return item + "\n";
+    return item + "\n" + Sentence(option.about) + "\n";
 }
 
 // Operands first, then each group of options under its heading.
@@ -107,7 +112,7 @@ std::string Options(const CommandReference& command) {
     std::string text = Items(command);
     if (command.words.empty()) return text;
     for (const CommandReference& below : command.commands) {
-        text += ".Ss " + RoffText(below.words) + "\n" + RoffText(below.summary) + ".\n.Pp\n" +
+        text += ".Ss " + RoffText(below.words) + "\n" + Sentence(below.summary) + "\n.Pp\n" +
                 Synopsis(below.usage) + Items(below);
     }
     return text;
@@ -116,7 +121,7 @@ std::string Options(const CommandReference& command) {
 std::string Commands(const CommandReference& command) {
     std::string text = ".Bl -tag -width Ds\n";
     for (const CommandReference& below : command.commands) {
-        text += ".It Cm " + RoffText(below.name) + "\n" + RoffText(below.summary) + ".\n";
+        text += ".It Cm " + RoffText(below.name) + "\n" + Sentence(below.summary) + "\n";
     }
     return text + ".El\n";
 }
@@ -139,7 +144,7 @@ std::string ExampleLines(const CommandReference& command) {
 std::string ExitStatus() {
     std::string text = ".Bl -tag -width 130\n";
     for (const ExitMeaning& exit : kExitMeanings) {
-        text += ".It " + std::to_string(exit.code) + "\n" + RoffText(exit.meaning) + ".\n";
+        text += ".It " + std::to_string(exit.code) + "\n" + Sentence(exit.meaning) + "\n";
     }
     return text + ".El\n";
 }
@@ -157,8 +162,8 @@ std::string SettingItems() {
     const auto breakable = [](const char* value) { return Replaced(RoffText(value), ":", ":\\:"); };
     for (const Setting& setting : Settings()) {
         text += ".It Cm " + RoffText(setting.name) + " Pq Va " + RoffText(setting.value_name) +
-                "\n" + RoffText(setting.about) + ".\n.Pp\nDefault:\n" +
-                breakable(setting.fallback) + "\n";
+                "\n" + Sentence(setting.about) + "\n.Pp\nDefault:\n" + breakable(setting.fallback) +
+                "\n";
     }
     return text + ".El\n";
 }
