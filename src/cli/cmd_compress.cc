@@ -12,14 +12,16 @@
 #include "cli/folder_list.h"
 #include "cli/index_phase.h"
 #include "cli/interrupt.h"
+#include "cli/local_runs.h"
 #include "cli/run_errors.h"
 #include "cli/run_report.h"
 #include "cli/run_view.h"
+#include "cli/service_choice.h"
+#include "cli/service_runs.h"
 #include "cli/setting_table.h"
 #include "cli/store_choice.h"
 #include "cli/text_format.h"
 #include "cli/world.h"
-#include "manage/cmanage.h"
 #include "shell/settings.h"
 
 namespace trevix::cli {
@@ -27,6 +29,7 @@ namespace {
 
 struct Options {
     StoreChoice store;
+    ServiceChoice service;
     bool html = false;
     bool html_only = false;
     std::vector<std::string> folders;
@@ -110,7 +113,7 @@ std::optional<std::string> FolderIds(World& world, const std::vector<std::string
     return ids;
 }
 
-int ExitCode(const RunView& view, const RunSummary& summary, const RunErrors& errors,
+int ExitCode(const Runs& runs, const RunView& view, const RunErrors& errors,
              const std::string& name, Console& console) {
     switch (view.end()) {
         case RunView::End::kComplete:
@@ -124,7 +127,7 @@ int ExitCode(const RunView& view, const RunSummary& summary, const RunErrors& er
                                   "make room in TMPDIR (default /tmp) and start again"});
                 return kExitFailed;
             }
-            if (summary.messages_failed > 0) return kExitSomeFailed;
+            if (runs.CompressionSummary().messages_failed > 0) return kExitSomeFailed;
             // An error that concerned no message concerned the run's own results.
             return errors.count() > 0 ? kExitFailed : kExitDone;
         case RunView::End::kCancelled:
@@ -137,6 +140,10 @@ int ExitCode(const RunView& view, const RunSummary& summary, const RunErrors& er
         case RunView::End::kRefused:
         case RunView::End::kNone: break;
     }
+    if (!runs.Loss().empty()) {
+        console.Complain(LossComplaint(runs.Loss()));
+        return kExitFailed;
+    }
     const std::string& why = view.abort_message();
     console.Complain({name, why.empty() ? "the run ended without a result" : why,
                       "the errors above and \"trevixctl log\" say more"});
@@ -144,44 +151,38 @@ int ExitCode(const RunView& view, const RunSummary& summary, const RunErrors& er
 }
 
 // Serves the loop until the compression run has ended.
-void Follow(CManage& run, RunView& view, RunErrors& errors, posix::PollLoop& loop) {
-    run.Events(&view);
+void Follow(Runs& runs, RunView& view, RunErrors& errors) {
+    posix::PollLoop& loop = runs.loop();
+    runs.CompressionEvents(&view);
     errors.In(&view.folder());
     // A run whose end was not announced (its time did not fit the event) still ends the loop.
     constexpr int kLookMs = 250;
     const auto look = loop.ArmTimer(kLookMs, [&] {
-        if (!run.InProcess()) loop.Quit();
+        if (!runs.IsCompressing()) loop.Quit();
     });
     loop.Run();
     loop.DisarmTimer(look);
     view.Finish();
-    run.Events(nullptr);
+    runs.CompressionEvents(nullptr);
     errors.In(nullptr);
 }
 
-int RunOn(World& world, const Options& options, const std::string& name, RunErrors& errors,
-          Console& console) {
-    BasCI& state = world.state();
-    const auto folder_ids = FolderIds(world, options.folders, console);
-    if (!folder_ids) return NotRun(options, kExitFailed, console);
-
-    CManage& run = *world.session().Manage();
-    run.Compress(!options.html_only);
-    run.HTML(options.html || options.html_only);
-    run.FolderIDs(*folder_ids);
-    RunView view(run, state.ports.clock, world.loop(), console);
-    IndexPhase index(world, errors, name, console);
-    const Interrupt interrupt(world.loop(), [&] {
-        run.Cancel(true);
+int RunOn(Runs& runs, const Options& options, const std::string& folder_ids,
+          const std::string& name, RunErrors& errors, Console& console) {
+    const RunSummary& summary = runs.CompressionSummary();
+    RunView view(summary, runs.clock(), runs.loop(), console);
+    IndexPhase index(runs, errors, name, console);
+    const Interrupt interrupt(runs.loop(), InterruptTextOf(options.service), [&] {
+        runs.CancelCompression();
         index.Cancel();
     });
-    const auto start = state.ports.clock.UnixNanoseconds();
-    run.Manage(!options.no_index && !options.dry_run);
-    Follow(run, view, errors, world.loop());
+    const auto start = runs.clock().UnixNanoseconds();
+    runs.StartCompression({!options.html_only, options.html || options.html_only, folder_ids,
+                           !options.no_index && !options.dry_run});
+    Follow(runs, view, errors);
 
-    const std::int64_t elapsed_ms = (state.ports.clock.UnixNanoseconds() - start) / 1000000;
-    const RunSummary& summary = run.Summary();
-    int exit_code = ExitCode(view, summary, errors, name, console);
+    const std::int64_t elapsed_ms = (runs.clock().UnixNanoseconds() - start) / 1000000;
+    int exit_code = ExitCode(runs, view, errors, name, console);
     const bool ran =
         view.end() == RunView::End::kComplete || view.end() == RunView::End::kCancelled;
     if (ran && !console.json && !console.quiet) {
@@ -200,17 +201,9 @@ int RunOn(World& world, const Options& options, const std::string& name, RunErro
     return exit_code;
 }
 
-int Run(const Options& options, Console& console) {
-    console.json = options.json;
-    console.quiet = options.quiet;
-    auto values = OptionValues(options, console);
-    if (!values) return NotRun(options, kExitUsage, console);
-    int exit_code = kExitDone;
-    const auto name = LogonName(options.store, console, exit_code);
-    if (!name) return NotRun(options, exit_code, console);
-
+WorldPlan PlanOf(const Options& options, std::vector<OverlayValue> values) {
     WorldPlan plan;
-    plan.options = std::move(*values);
+    plan.options = std::move(values);
     plan.server_mode = options.store.server_mode;
     if (options.dry_run) {
         plan.writes = WorldPlan::Writes::kNothing;
@@ -219,11 +212,75 @@ int Run(const Options& options, Console& console) {
     if (options.folders.empty()) {
         plan.folder_use = options.dry_run ? FolderUse::kRead : FolderUse::kWrite;
     }
-    RunErrors errors(*name, console);
+    return plan;
+}
+
+int RunHere(const Options& options, std::vector<OverlayValue> values, const std::string& name,
+            Console& console) {
+    RunErrors errors(name, console);
+    WorldPlan plan = PlanOf(options, std::move(values));
     plan.show_error = errors.Shower();
-    const auto world = World::Open(plan, *name, console);
+    const auto world = World::Open(plan, name, console);
     if (world == nullptr) return NotRun(options, kExitFailed, console);
-    return RunOn(*world, options, *name, errors, console);
+    const auto folder_ids = FolderIds(*world, options.folders, console);
+    if (!folder_ids) return NotRun(options, kExitFailed, console);
+    LocalRuns runs(*world);
+    return RunOn(runs, options, *folder_ids, name, errors, console);
+}
+
+// The service of this user works on mail that this program can look into; which folders are meant
+// is found out here. That of the system gets no folders, which stands for the default store.
+std::optional<std::string> FolderIdsForService(const Options& options, const std::string& name,
+                                               Console& console) {
+    if (options.service.bus() == ServiceBus::kSystem) return std::string();
+    WorldPlan plan = PlanOf(options, {});
+    plan.writes = WorldPlan::Writes::kNothing;
+    plan.keeps_summaries = true;
+    const auto world = World::Open(plan, name, console);
+    if (world == nullptr) return std::nullopt;
+    return FolderIds(*world, options.folders, console);
+}
+
+int RunInService(const Options& options, const std::string& name, Console& console) {
+    const auto folder_ids = FolderIdsForService(options, name, console);
+    if (!folder_ids) return NotRun(options, kExitFailed, console);
+    RunErrors errors(name, console);
+    const auto runs = ServiceRuns::Open(options.service.bus(), name, errors.Shower(), console);
+    if (runs == nullptr) return NotRun(options, kExitFailed, console);
+    return RunOn(*runs, options, *folder_ids, name, errors, console);
+}
+
+// What the service's own settings and places decide cannot be said here.
+std::vector<const char*> OptionsNotForService(const Options& options) {
+    std::vector<const char*> given;
+    const auto note = [&given](bool is_given, const char* option) {
+        if (is_given) given.push_back(option);
+    };
+    note(options.separate, "--separate");
+    note(options.rollup, "--rollup");
+    note(options.level.has_value(), "--level");
+    note(options.min_size.has_value(), "--min-size");
+    note(options.exclude.has_value(), "--exclude");
+    note(options.custom_items, "--custom-items");
+    note(options.dry_run, "--dry-run");
+    note(options.store.server_mode, "--server-mode");
+    note(options.service.of_system && !options.folders.empty(), "--folder");
+    return given;
+}
+
+int Run(const Options& options, Console& console) {
+    console.json = options.json;
+    console.quiet = options.quiet;
+    if (!CheckServiceOptions(options.service, OptionsNotForService(options), console)) {
+        return NotRun(options, kExitUsage, console);
+    }
+    auto values = OptionValues(options, console);
+    if (!values) return NotRun(options, kExitUsage, console);
+    int exit_code = kExitDone;
+    const auto name = LogonName(options.store, console, exit_code);
+    if (!name) return NotRun(options, exit_code, console);
+    return options.service.IsChosen() ? RunInService(options, *name, console)
+                                      : RunHere(options, std::move(*values), *name, console);
 }
 
 }  // namespace
@@ -231,6 +288,7 @@ int Run(const Options& options, Console& console) {
 Runner AttachCompress(CLI::App& app) {
     auto options = std::make_shared<Options>();
     AddStoreOptions(app, options->store);
+    AddServiceOptions(app, options->service);
     app.add_option("--folder", options->folders,
                    "Only this folder, without those below it; may be given several times")
         ->type_name("PATH")

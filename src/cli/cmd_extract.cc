@@ -94,7 +94,7 @@ bool ShowFailure(const WantedRow& row, const Error& error, const Options& option
 void Extract(World& world, const std::vector<WantedRow>& rows, int directory,
              const Options& options, Outcome& outcome, Console& console) {
     bool cancelled = false;
-    const Interrupt interrupt(world.loop(), [&cancelled] { cancelled = true; });
+    const Interrupt interrupt(world.loop(), kEndedAtOnceText, [&cancelled] { cancelled = true; });
     RowExtractor extractor(world.state(), directory);
     const std::string prefix =
         options.into == "." ? "" : options.into + (options.into.ends_with('/') ? "" : "/");

@@ -63,7 +63,7 @@ std::string Added(const std::string& before, const std::string& now) {
 void Follow(FileSystem& files, const std::string& path, std::string seen, Console& console) {
     constexpr int kLookMs = 250;
     posix::PollLoop loop;
-    const Interrupt interrupt(loop, [&loop] { loop.Quit(); });
+    const Interrupt interrupt(loop, kEndedAtOnceText, [&loop] { loop.Quit(); });
     loop.ArmTimer(kLookMs, [&] {
         const auto text = files.ReadText(path);
         if (!text.ok()) return;

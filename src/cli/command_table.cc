@@ -126,6 +126,8 @@ std::vector<Command> CommandTable() {
          AttachProfile},
         {"log", "Show the diagnostic log", "log [-n LINES] [--follow]", "trevixctl log -n 20",
          AttachLog},
+        {"watch", "Start a run in the automation service and show its events",
+         "watch [STORE] [OPTIONS]", "trevixctl watch --maildir ~/Maildir --json", AttachWatch},
     };
 }
 

@@ -50,6 +50,7 @@ Runner AttachFolders(CLI::App& app);
 Runner AttachConfig(CLI::App& app);
 Runner AttachProfile(CLI::App& app);
 Runner AttachLog(CLI::App& app);
+Runner AttachWatch(CLI::App& app);
 
 // Parses the command line and runs the command that it names.
 int RunProgram(int argc, const char* const* argv, Console& console);

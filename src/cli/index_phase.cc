@@ -23,38 +23,37 @@ std::string OneLine(const std::string& text) {
 
 }  // namespace
 
-IndexPhase::IndexPhase(World& world, RunErrors& errors, std::string store_name, Console& console)
-    : world_(world),
-      run_(*world.session().Index()),
+IndexPhase::IndexPhase(Runs& runs, RunErrors& errors, std::string store_name, Console& console)
+    : runs_(runs),
       errors_(errors),
       store_name_(std::move(store_name)),
       console_(console),
-      view_(run_, world.state().ports.clock, world.loop(), console) {}
+      view_(runs, console) {}
 
 int IndexPhase::Follow() {
-    Clock& clock = world_.state().ports.clock;
+    Clock& clock = runs_.clock();
     errors_.Forget();
     errors_.In(&view_.folder());
     const auto start = clock.UnixNanoseconds();
     // A run without a results message ends without a word.
     constexpr int kLookMs = 250;
-    const auto look = world_.loop().ArmTimer(kLookMs, [&] {
-        if (!run_.InProcess()) world_.loop().Quit();
+    const auto look = runs_.loop().ArmTimer(kLookMs, [&] {
+        if (!runs_.IsIndexing()) runs_.loop().Quit();
     });
-    if (view_.end() == IndexView::End::kNone) world_.loop().Run();
-    world_.loop().DisarmTimer(look);
+    if (view_.end() == IndexView::End::kNone) runs_.loop().Run();
+    runs_.loop().DisarmTimer(look);
     view_.Finish();
     errors_.In(nullptr);
     elapsed_ms_ = (clock.UnixNanoseconds() - start) / 1000000;
     const int exit_code = ExitCode();
     if (view_.end() == IndexView::End::kComplete && !console_.json && !console_.quiet) {
-        console_.out() << IndexSummaryLine(run_.Summary(), elapsed_ms_) << '\n';
+        console_.out() << IndexSummaryLine(runs_.IndexingSummary(), elapsed_ms_) << '\n';
     }
     return exit_code;
 }
 
 int IndexPhase::ExitCode() {
-    const IndexSummary& summary = run_.Summary();
+    const IndexSummary& summary = runs_.IndexingSummary();
     switch (view_.end()) {
         case IndexView::End::kComplete:
             if (summary.messages_failed + summary.folders_failed > 0) return kExitSomeFailed;
@@ -77,6 +76,10 @@ int IndexPhase::ExitCode() {
                            "again"});
         return kExitFailed;
     }
+    if (!runs_.Loss().empty()) {
+        console_.Complain(LossComplaint(runs_.Loss()));
+        return kExitFailed;
+    }
     const std::string why = OneLine(view_.abort_message());
     console_.Complain({store_name_, why.empty() ? "the index run ended without a result" : why,
                        "the errors above and \"trevixctl log\" say more"});
@@ -84,7 +87,7 @@ int IndexPhase::ExitCode() {
 }
 
 nlohmann::json IndexPhase::SummaryFields() const {
-    return IndexSummaryFields(run_.Summary(), elapsed_ms_);
+    return IndexSummaryFields(runs_.IndexingSummary(), elapsed_ms_);
 }
 
 }  // namespace trevix::cli

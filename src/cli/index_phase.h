@@ -8,20 +8,20 @@
 
 #include "cli/index_view.h"
 #include "cli/run_errors.h"
-#include "cli/world.h"
+#include "cli/runs.h"
 
 namespace trevix::cli {
 
 class IndexPhase {
  public:
-    // Shows what the world's index run does from now on.
-    IndexPhase(World& world, RunErrors& errors, std::string store_name, Console& console);
+    // Shows what the index run does from now on.
+    IndexPhase(Runs& runs, RunErrors& errors, std::string store_name, Console& console);
 
     // For Ctrl-C.
     void Cancel() { view_.Cancel(); }
 
-    // Whether a run was started that has not ended.
-    bool IsStarted() const { return run_.InProcess(); }
+    // Whether an index run follows the compression run that has ended.
+    bool IsStarted() { return runs_.IndexingFollows(); }
 
     // Serves the loop until the run has ended, and says how it went. The program's exit status.
     int Follow();
@@ -32,8 +32,7 @@ class IndexPhase {
  private:
     int ExitCode();
 
-    World& world_;
-    CIndex& run_;
+    Runs& runs_;
     RunErrors& errors_;
     std::string store_name_;
     Console& console_;

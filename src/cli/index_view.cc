@@ -18,24 +18,24 @@ constexpr const char* kSavingText = "Updating index, please wait...";
 
 }  // namespace
 
-IndexView::IndexView(CIndex& run, Clock& clock, MessageLoop& loop, Console& console)
-    : run_(run), clock_(clock), loop_(loop), console_(console) {
-    run_.Events(this);
+IndexView::IndexView(Runs& runs, Console& console)
+    : runs_(runs), summary_(runs.IndexingSummary()), console_(console) {
+    runs_.IndexingEvents(this);
 }
 
 void IndexView::Cancel() {
     is_cancelled_ = true;
-    run_.Cancel(true);
+    runs_.CancelIndexing();
 }
 
 void IndexView::FolderChange(const std::string& folder_name, std::int32_t count) {
-    if (is_cancelled_) run_.Cancel(true);
+    if (is_cancelled_) runs_.CancelIndexing();
     ShowFolder();
     folder_ = folder_name;
     std::replace(folder_.begin(), folder_.end(), '\\', '/');
     folder_count_ = count;
-    messages_before_ = run_.Summary().messages_indexed;
-    rows_before_ = run_.Summary().rows_added;
+    messages_before_ = summary_.messages_indexed;
+    rows_before_ = summary_.rows_added;
     drawn_ = false;
     console_.Event(
         {{"event", "folder"}, {"run", "index"}, {"folder", folder_}, {"messages", count}});
@@ -43,7 +43,7 @@ void IndexView::FolderChange(const std::string& folder_name, std::int32_t count)
 }
 
 void IndexView::Progress(const std::string& text, std::int32_t count) {
-    if (is_cancelled_) run_.Cancel(true);
+    if (is_cancelled_) runs_.CancelIndexing();
     if (text != kSavingText) {
         Draw(count);
         return;
@@ -54,12 +54,12 @@ void IndexView::Progress(const std::string& text, std::int32_t count) {
 }
 
 void IndexView::Draw(std::int32_t done) {
-    const auto passed =
-        static_cast<std::uint32_t>(clock_.TickCount()) - static_cast<std::uint32_t>(last_drawn_);
+    const auto passed = static_cast<std::uint32_t>(runs_.clock().TickCount()) -
+                        static_cast<std::uint32_t>(last_drawn_);
     if (drawn_ && passed < kRedrawMs) return;
-    last_drawn_ = clock_.TickCount();
+    last_drawn_ = runs_.clock().TickCount();
     drawn_ = true;
-    const std::int64_t rows = run_.Summary().rows_added;
+    const std::int64_t rows = summary_.rows_added;
     console_.Event({{"event", "progress"},
                     {"run", "index"},
                     {"folder", folder_},
@@ -74,8 +74,8 @@ void IndexView::Draw(std::int32_t done) {
 
 void IndexView::ShowFolder() {
     if (folder_.empty() || console_.json || console_.quiet || console_.err_is_terminal()) return;
-    const std::int64_t messages = run_.Summary().messages_indexed - messages_before_;
-    const std::int64_t rows = run_.Summary().rows_added - rows_before_;
+    const std::int64_t messages = summary_.messages_indexed - messages_before_;
+    const std::int64_t rows = summary_.rows_added - rows_before_;
     std::string line = Printable(folder_) + ": ";
     if (messages == 0) {
         line += "nothing new for the index";
@@ -90,7 +90,7 @@ void IndexView::ShowFolder() {
 void IndexView::Complete(std::int32_t elapsed_ms) {
     end_ = End::kComplete;
     console_.Event({{"event", "complete"}, {"run", "index"}, {"elapsed_ms", elapsed_ms}});
-    loop_.Quit();
+    runs_.loop().Quit();
 }
 
 void IndexView::Abort(const std::string& message) {
@@ -102,7 +102,7 @@ void IndexView::Abort(const std::string& message) {
         end_ = cancelled ? End::kCancelled : End::kFailed;
     }
     console_.Event({{"event", "abort"}, {"run", "index"}, {"message", message}});
-    loop_.Quit();
+    runs_.loop().Quit();
 }
 
 void IndexView::Finish() {

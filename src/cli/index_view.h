@@ -6,9 +6,7 @@
 #include <string>
 
 #include "cli/console.h"
-#include "index/cindex.h"
-#include "platform/clock.h"
-#include "platform/message_loop.h"
+#include "cli/runs.h"
 
 namespace trevix::cli {
 
@@ -17,10 +15,10 @@ class IndexView final : public CIndexEvents {
     enum class End { kNone, kComplete, kCancelled, kHeld, kFailed };
 
     // Follows the run's events as long as this object lives.
-    IndexView(CIndex& run, Clock& clock, MessageLoop& loop, Console& console);
+    IndexView(Runs& runs, Console& console);
     IndexView(const IndexView&) = delete;
     IndexView& operator=(const IndexView&) = delete;
-    ~IndexView() override { run_.Events(nullptr); }
+    ~IndexView() override { runs_.IndexingEvents(nullptr); }
 
     void FolderChange(const std::string& folder_name, std::int32_t count) override;
     void Progress(const std::string& text, std::int32_t count) override;
@@ -43,9 +41,8 @@ class IndexView final : public CIndexEvents {
     void Draw(std::int32_t done);
     void ShowFolder();
 
-    CIndex& run_;
-    Clock& clock_;
-    MessageLoop& loop_;
+    Runs& runs_;
+    const IndexSummary& summary_;
     Console& console_;
 
     std::string folder_;

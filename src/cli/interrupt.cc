@@ -6,7 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <string_view>
+#include <cstring>
 
 #include "cli/exit_codes.h"
 
@@ -17,12 +17,12 @@ namespace {
 std::atomic<int> g_write_end{-1};
 std::atomic<int> g_signals{0};
 
-constexpr std::string_view kAtOnce =
-    "\ntrevixctl: ended at once; the store counts as held for up to five minutes\n";
+std::atomic<const char*> g_last_words{""};
 
 extern "C" void OnSignal(int /*signal*/) {
     if (g_signals.fetch_add(1) > 0) {
-        static_cast<void>(::write(STDERR_FILENO, kAtOnce.data(), kAtOnce.size()));
+        const char* words = g_last_words.load();
+        static_cast<void>(::write(STDERR_FILENO, words, std::strlen(words)));
         ::_exit(kExitCancelled);
     }
     // The interrupted code may be about to look at errno.
@@ -43,7 +43,8 @@ void Handle(void (*handler)(int)) {
 
 }  // namespace
 
-Interrupt::Interrupt(posix::PollLoop& loop, std::function<void()> cancel) : loop_(loop) {
+Interrupt::Interrupt(posix::PollLoop& loop, const char* last_words, std::function<void()> cancel)
+    : loop_(loop) {
     int ends[2] = {-1, -1};
     // Without a pipe Ctrl-C keeps its plain meaning, which loses nothing but the clean end.
     if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return;
@@ -51,6 +52,7 @@ Interrupt::Interrupt(posix::PollLoop& loop, std::function<void()> cancel) : loop
     write_end_ = ends[1];
     g_write_end = write_end_;
     g_signals = 0;
+    g_last_words = last_words;
     loop_.WatchDescriptor(read_end_, [read_end = read_end_, cancel = std::move(cancel)] {
         char bytes[16];
         if (::read(read_end, bytes, sizeof bytes) > 0) cancel();

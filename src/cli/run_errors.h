@@ -4,7 +4,7 @@
 #include <string>
 
 #include "cli/console.h"
-#include "cli/event_echo.h"
+#include "shell/event_echo.h"
 
 namespace trevix::cli {
 

@@ -42,8 +42,7 @@ void RunView::Draw(std::int32_t done) {
     if (drawn_ && ElapsedMs(last_drawn_) < kRedrawMs) return;
     last_drawn_ = clock_.TickCount();
     drawn_ = true;
-    const RunSummary& summary = run_.Summary();
-    const std::int64_t saved = summary.original_bytes - summary.compressed_bytes;
+    const std::int64_t saved = summary_.original_bytes - summary_.compressed_bytes;
     if (console_.json) {
         console_.Event({{"event", "progress"},
                         {"folder", folder_},
@@ -67,7 +66,7 @@ void RunView::Draw(std::int32_t done) {
 // Of the folders that have ended since the last look only the first can have changed: the others
 // had no message to treat, or their beginning would have been announced.
 void RunView::TakeFinishedFolders() {
-    const RunSummary& now = run_.Summary();
+    const RunSummary& now = summary_;
     for (; reports_taken_ < now.folders.size(); ++reports_taken_) {
         FolderOutcome folder;
         folder.path = now.folders[reports_taken_].path;

@@ -21,8 +21,9 @@ class RunView final : public CManageEvents {
  public:
     enum class End { kNone, kComplete, kCancelled, kHeld, kRefused };
 
-    RunView(const CManage& run, Clock& clock, MessageLoop& loop, Console& console)
-        : run_(run), clock_(clock), loop_(loop), console_(console) {}
+    // `summary` is what the run has done when an event comes.
+    RunView(const RunSummary& summary, Clock& clock, MessageLoop& loop, Console& console)
+        : summary_(summary), clock_(clock), loop_(loop), console_(console) {}
 
     void FolderChange(const std::string& folder_name, std::int32_t count) override;
     void Progress(const std::string& folder_name, std::int32_t count) override;
@@ -45,7 +46,7 @@ class RunView final : public CManageEvents {
     void TakeFinishedFolders();
     void ShowFolder(const FolderOutcome& folder);
 
-    const CManage& run_;
+    const RunSummary& summary_;
     Clock& clock_;
     MessageLoop& loop_;
     Console& console_;

@@ -135,19 +135,6 @@ std::unique_ptr<BuiltWorld> Build(const WorldPlan& plan, Console& console) {
     return nullptr;
 }
 
-// Stores tell in one sentence what is wrong and, behind a semicolon, what to do.
-Complaint LogonComplaint(const std::string& logon_name, const Session& session) {
-    const std::string& failure = session.LogonFailure();
-    Complaint complaint{logon_name, PlainText(failure.empty() ? session.LastError() : failure),
-                        "\"trevixctl profile list\" shows your profiles"};
-    const std::size_t advice = complaint.why.rfind("; ");
-    if (advice != std::string::npos) {
-        complaint.hint = complaint.why.substr(advice + 2);
-        complaint.why.erase(advice);
-    }
-    return complaint;
-}
-
 }  // namespace
 
 std::unique_ptr<World> World::Open(const WorldPlan& plan, const std::string& logon_name,
@@ -162,10 +149,23 @@ std::unique_ptr<World> World::Open(const WorldPlan& plan, const std::string& log
     Session& session = world->session();
     session.Logon(logon_name);
     if (session.Manage() == nullptr) {
-        console.Complain(LogonComplaint(logon_name, session));
+        const std::string& failure = session.LogonFailure();
+        console.Complain(
+            RefusalComplaint(logon_name, failure.empty() ? session.LastError() : failure));
         return nullptr;
     }
     return world;
+}
+
+Complaint RefusalComplaint(const std::string& logon_name, const std::string& why) {
+    Complaint complaint{logon_name, PlainText(why),
+                        "\"trevixctl profile list\" shows your profiles"};
+    const std::size_t advice = complaint.why.rfind("; ");
+    if (advice != std::string::npos) {
+        complaint.hint = complaint.why.substr(advice + 2);
+        complaint.why.erase(advice);
+    }
+    return complaint;
 }
 
 Variant ResultsProperty(BasCI& state, const std::string& name, std::uint16_t type) {

@@ -10,11 +10,11 @@
 
 #include "cli/console.h"
 #include "cli/dry_run_hidden.h"
-#include "cli/event_echo.h"
 #include "cli/registry_overlay.h"
 #include "cli/store_check.h"
 #include "platform/posix/poll_loop.h"
 #include "shell/bas_ci.h"
+#include "shell/event_echo.h"
 #include "shell/session.h"
 
 namespace trevix::cli {
@@ -51,6 +51,10 @@ class World {
  protected:
     World() = default;
 };
+
+// What a person is told of a log-on that was refused for the reason `why`. Stores tell in one
+// sentence what is wrong and, behind a semicolon, what to do.
+Complaint RefusalComplaint(const std::string& logon_name, const std::string& why);
 
 // The text of the results message's property; empty when there is none.
 Variant ResultsProperty(BasCI& state, const std::string& name, std::uint16_t type);

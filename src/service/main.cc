@@ -9,10 +9,12 @@
 
 #include "assembly/adapters.h"
 #include "service/broker.h"
+#include "service/names.h"
 #include "service/options.h"
 #include "service/session_server.h"
 #include "service/termination.h"
 #include "shell/bas_ci.h"
+#include "shell/event_echo.h"
 
 namespace trevix::service {
 namespace {
@@ -55,6 +57,12 @@ bool Report(const std::string& unique_name) {
     return written;
 }
 
+// A session is called by its unique name, but the policy of the system bus knows programs by the
+// names that they own.
+std::string OwnName() {
+    return std::string(kBusName) + ".Session" + std::to_string(::getpid());
+}
+
 // The work directory is the first thing that a session needs, and nobody else's may be used.
 bool HasWorkDirectory(BasCI& state) {
     if (!state.ports.files.TemporaryPath().empty()) return true;
@@ -67,7 +75,13 @@ int ServeSession(const Options& options) {
     plan.data_from_program = TREVIX_DATA_FROM_LIBEXEC;
     assembly::Adapters adapters(plan);
     Termination termination;
-    BasCI state(adapters.AllPorts());
+    // Whom the session is for is known only later.
+    EventEcho::Show tell;
+    EventEcho event_log(&adapters.event_log(),
+                        [&tell](int type, const std::string& procedure, const std::string& text) {
+                            if (tell) tell(type, procedure, text);
+                        });
+    BasCI state(adapters.PortsWith(event_log, adapters.registry()));
     if (!HasWorkDirectory(state)) return Complain("no private directory for temporary files");
     if (!state.Main()) return Complain("the messaging session cannot be created");
 
@@ -76,9 +90,14 @@ int ServeSession(const Options& options) {
     SessionServer server(state, *connection.value(), adapters.loop(),
                          {options.owner, options.is_shared});
     const Status started = server.Start();
+    tell = [&server](int type, const std::string& procedure, const std::string& text) {
+        server.ShowProblem(type, procedure, text);
+    };
     // A client that did not wait for its session needs none.
     if (!started.ok() && started.error().kind == ErrorKind::kGone) return 0;
     if (!started.ok()) return Complain(started.error().description);
+    const Status named = connection.value()->RequestName(OwnName());
+    if (!named.ok()) return Complain(named.error().description);
     if (!Report(connection.value()->unique_name())) return 0;
 
     termination.Watch(adapters.loop(), [&server] { server.Leave(); });

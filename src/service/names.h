@@ -1,18 +1,20 @@
-// The names under which the service is found on the bus.
+// The service's names, as it knows them itself.
 #pragma once
+
+#include "platform/dbus/names.h"
 
 namespace trevix::service {
 
-inline constexpr const char* kBusName = "com.quellmar.TrevixCI1";
+inline constexpr const char* kBusName = dbus::kServiceName;
 
-inline constexpr const char* kFactoryPath = "/com/quellmar/TrevixCI1";
-inline constexpr const char* kSessionPath = "/com/quellmar/TrevixCI1/Session";
-inline constexpr const char* kManagePath = "/com/quellmar/TrevixCI1/Manage/";  // and a number
-inline constexpr const char* kIndexPath = "/com/quellmar/TrevixCI1/Index/";    // likewise
-
-inline constexpr const char* kFactoryInterface = "com.quellmar.TrevixCI1.Factory";
-inline constexpr const char* kSessionInterface = "com.quellmar.TrevixCI1.Session";
-inline constexpr const char* kManageInterface = "com.quellmar.TrevixCI1.Manage";
-inline constexpr const char* kIndexInterface = "com.quellmar.TrevixCI1.Index";
+using dbus::kDetailsInterface;
+using dbus::kFactoryInterface;
+using dbus::kFactoryPath;
+using dbus::kIndexInterface;
+using dbus::kIndexPath;
+using dbus::kManageInterface;
+using dbus::kManagePath;
+using dbus::kSessionInterface;
+using dbus::kSessionPath;
 
 }  // namespace trevix::service

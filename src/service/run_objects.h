@@ -6,7 +6,8 @@
 
 #include "index/cindex.h"
 #include "manage/cmanage.h"
-#include "platform/dbus/connection.h"
+#include "service/details.h"
+#include "service/signal_sender.h"
 
 namespace trevix::service {
 
@@ -14,38 +15,33 @@ namespace trevix::service {
 dbus::Interface ManageInterface(CManage& run);
 dbus::Interface IndexInterface(CIndex& run);
 
-// Sends signals of one object to one client.
-class SignalSender {
- public:
-    SignalSender(dbus::Connection& connection, std::string client, dbus::Address object)
-        : connection_(connection), client_(std::move(client)), object_(std::move(object)) {}
-
-    // An event that cannot be sent must not end the run that raises it.
-    void Send(const char* signal, const dbus::Values& arguments) noexcept;
-
- private:
-    dbus::Connection& connection_;
-    std::string client_;
-    dbus::Address object_;
-};
-
-// The four events of either class.
+// The four events of either class, each with the figures of its time in front.
 template <typename Events>
 class EventSignals final : public Events {
  public:
-    explicit EventSignals(SignalSender sender) : sender_(std::move(sender)) {}
+    EventSignals(SignalSender sender, RunFigures figures)
+        : sender_(std::move(sender)), figures_(std::move(figures)) {}
 
     void FolderChange(const std::string& folder_name, std::int32_t count) override {
+        figures_.Send();
         sender_.Send("FolderChange", {folder_name, count});
     }
     void Progress(const std::string& text, std::int32_t count) override {
+        figures_.SendNowAndThen();
         sender_.Send("Progress", {text, count});
     }
-    void Complete(std::int32_t elapsed_ms) override { sender_.Send("Complete", {elapsed_ms}); }
-    void Abort(const std::string& message) override { sender_.Send("Abort", {message}); }
+    void Complete(std::int32_t elapsed_ms) override {
+        figures_.Send();
+        sender_.Send("Complete", {elapsed_ms});
+    }
+    void Abort(const std::string& message) override {
+        figures_.Send();
+        sender_.Send("Abort", {message});
+    }
 
  private:
     SignalSender sender_;
+    RunFigures figures_;
 };
 
 }  // namespace trevix::service

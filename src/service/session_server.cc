@@ -35,6 +35,10 @@ Status SessionServer::Start() {
     auto exported = connection_.Export(kSessionPath, SessionInterface());
     if (!exported.ok()) return exported.error();
     session_object_ = std::move(exported).value();
+    auto details =
+        connection_.Export(kSessionPath, DetailsInterface([this] { return session_.get(); }));
+    if (!details.ok()) return details.error();
+    details_object_ = std::move(details).value();
     connection_.WhenLost([this] { Leave(); });
 
     // First the watch, then the question: an owner that leaves in between is noticed by either.
@@ -145,10 +149,6 @@ void SessionServer::Logon(const dbus::Values& arguments) {
 Status SessionServer::ExportRuns() {
     runs_ = {};
     const std::string number = std::to_string(exported_logon_);
-    const auto sender = [&](const std::string& path, const char* interface) {
-        return SignalSender(connection_, owner_.name, {{}, path, interface});
-    };
-
     const std::string manage_path = kManagePath + number;
     auto manage = connection_.Export(manage_path, ManageInterface(*session_->Manage()));
     if (!manage.ok()) return manage.error();
@@ -157,16 +157,33 @@ Status SessionServer::ExportRuns() {
     if (!index.ok()) return index.error();
 
     runs_.manage = std::move(manage).value();
-    runs_.manage_events =
-        std::make_unique<EventSignals<CManageEvents>>(sender(manage_path, kManageInterface));
+    const auto manage_figures = [this, &run = *session_->Manage()] {
+        return FiguresOf(run.Summary(), runs_.folders_told);
+    };
+    runs_.manage_events = std::make_unique<EventSignals<CManageEvents>>(
+        SenderOf(manage_path, kManageInterface),
+        RunFigures(SenderOf(kSessionPath, kDetailsInterface), "ManageFigures", manage_figures,
+                   state_.ports.clock));
     session_->Manage()->Events(runs_.manage_events.get());
     runs_.manage_path = manage_path;
     runs_.index = std::move(index).value();
-    runs_.index_events =
-        std::make_unique<EventSignals<CIndexEvents>>(sender(index_path, kIndexInterface));
+    const auto index_figures = [&run = *session_->Index()] { return FiguresOf(run.Summary()); };
+    runs_.index_events = std::make_unique<EventSignals<CIndexEvents>>(
+        SenderOf(index_path, kIndexInterface),
+        RunFigures(SenderOf(kSessionPath, kDetailsInterface), "IndexFigures", index_figures,
+                   state_.ports.clock));
     session_->Index()->Events(runs_.index_events.get());
     runs_.index_path = index_path;
     return {};
+}
+
+SignalSender SessionServer::SenderOf(const std::string& path, const char* interface) {
+    return {connection_, owner_.name, {{}, path, interface}};
+}
+
+void SessionServer::ShowProblem(int type, const std::string& procedure, const std::string& text) {
+    SenderOf(kSessionPath, kDetailsInterface)
+        .Send("Problem", {std::int32_t{type}, procedure, text});
 }
 
 void SessionServer::EndSession(const dbus::Values& /*arguments*/) {
@@ -183,6 +200,7 @@ void SessionServer::End(const dbus::Values& /*arguments*/) {
     is_leaving_ = true;
     // The objects refer to the runs, and these to what the session closes.
     session_object_.reset();
+    details_object_.reset();
     runs_.manage.reset();
     runs_.index.reset();
     session_.reset();

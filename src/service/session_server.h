@@ -39,8 +39,12 @@ class SessionServer {
     // Ends the session and then the loop.
     void Leave();
 
+    // Tells the owner of a log entry: type 1 an error, 2 a warning.
+    void ShowProblem(int type, const std::string& procedure, const std::string& text);
+
  private:
     struct Runs {
+        std::size_t folders_told = 0;
         std::string manage_path;
         std::string index_path;
         std::unique_ptr<EventSignals<CManageEvents>> manage_events;
@@ -62,6 +66,7 @@ class SessionServer {
     void EndSession(const dbus::Values& arguments);
     void End(const dbus::Values& arguments);
     Status ExportRuns();
+    SignalSender SenderOf(const std::string& path, const char* interface);
 
     BasCI& state_;
     dbus::Connection& connection_;
@@ -73,6 +78,7 @@ class SessionServer {
     int exported_logon_ = 0;
     std::unique_ptr<Session> session_;
     std::unique_ptr<dbus::ExportedObject> session_object_;
+    std::unique_ptr<dbus::ExportedObject> details_object_;
     Runs runs_;
 };
 

@@ -36,6 +36,7 @@ class BusAnswer final : public IncomingCall::Answer {
 Value NeutralOf(char type) {
     if (type == kBoolean) return false;
     if (type == kInt32) return std::int32_t{0};
+    if (type == kInt64) return std::int64_t{0};
     if (type == kObjectPath) return ObjectPath{"/"};
     return std::string();
 }

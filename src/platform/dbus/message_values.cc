@@ -18,6 +18,9 @@ struct Appender {
     int operator()(std::int32_t value) const {
         return sd_bus_message_append_basic(message, kInt32, &value);
     }
+    int operator()(std::int64_t value) const {
+        return sd_bus_message_append_basic(message, kInt64, &value);
+    }
     int operator()(const std::string& value) const {
         return sd_bus_message_append_basic(message, kString, CleanText(value).c_str());
     }
@@ -29,7 +32,7 @@ struct Appender {
 }  // namespace
 
 char TypeOf(const Value& value) {
-    constexpr char kTypes[] = {kBoolean, kInt32, kString, kObjectPath};
+    constexpr char kTypes[] = {kBoolean, kInt32, kInt64, kString, kObjectPath};
     return kTypes[value.index()];
 }
 
@@ -61,6 +64,12 @@ int Read(sd_bus_message* message, char type, Value& value) {
     }
     if (type == kInt32) {
         std::int32_t number = 0;
+        const int outcome = sd_bus_message_read_basic(message, type, &number);
+        if (outcome > 0) value = number;
+        return outcome;
+    }
+    if (type == kInt64) {
+        std::int64_t number = 0;
         const int outcome = sd_bus_message_read_basic(message, type, &number);
         if (outcome > 0) value = number;
         return outcome;

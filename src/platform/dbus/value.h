@@ -1,4 +1,4 @@
-// The values that cross the bus here: four of its types.
+// The values that cross the bus here: five of its types.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,7 @@ namespace trevix::dbus {
 
 inline constexpr char kBoolean = 'b';
 inline constexpr char kInt32 = 'i';
+inline constexpr char kInt64 = 'x';
 inline constexpr char kString = 's';
 inline constexpr char kObjectPath = 'o';
 
@@ -18,7 +19,7 @@ struct ObjectPath {
     bool operator==(const ObjectPath&) const = default;
 };
 
-using Value = std::variant<bool, std::int32_t, std::string, ObjectPath>;
+using Value = std::variant<bool, std::int32_t, std::int64_t, std::string, ObjectPath>;
 using Values = std::vector<Value>;
 
 // The type letter of a value.

@@ -7,7 +7,7 @@
 
 #include "platform/event_log.h"
 
-namespace trevix::cli {
+namespace trevix {
 
 class EventEcho final : public EventLog {
  public:
@@ -30,4 +30,4 @@ class EventEcho final : public EventLog {
     Show show_;
 };
 
-}  // namespace trevix::cli
+}  // namespace trevix

@@ -1,8 +1,8 @@
-#include "cli/event_echo.h"
+#include "shell/event_echo.h"
 
 #include "util/text.h"
 
-namespace trevix::cli {
+namespace trevix {
 
 Status EventEcho::Report(const StringArray& strings, const std::string& source,
                          const std::string& second_text, int type) {
@@ -22,4 +22,4 @@ Status EventEcho::Report(const StringArray& strings, const std::string& source,
     return behind_->Report(strings, source, second_text, type);
 }
 
-}  // namespace trevix::cli
+}  // namespace trevix

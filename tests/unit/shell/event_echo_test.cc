@@ -1,10 +1,10 @@
-#include "cli/event_echo.h"
+#include "shell/event_echo.h"
 
 #include <gmock/gmock.h>
 
 #include "fakes/fake_event_log.h"
 
-namespace trevix::cli {
+namespace trevix {
 namespace {
 
 using testing::ElementsAre;
@@ -51,4 +51,4 @@ TEST(EventEchoReport, LeavesALogAloneThatIsNotThere) {
 }
 
 }  // namespace
-}  // namespace trevix::cli
+}  // namespace trevix
