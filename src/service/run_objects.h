@@ -27,7 +27,12 @@ class EventSignals final : public Events {
         sender_.Send("FolderChange", {folder_name, count});
     }
     void Progress(const std::string& text, std::int32_t count) override {
-        figures_.SendNowAndThen();
+        // One that counts nothing says that something else begins.
+        if (count == 0) {
+            figures_.Send();
+        } else {
+            figures_.SendNowAndThen();
+        }
         sender_.Send("Progress", {text, count});
     }
     void Complete(std::int32_t elapsed_ms) override {
