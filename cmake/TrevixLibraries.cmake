@@ -1,6 +1,7 @@
 # The libraries that stand behind ports. Each is found once, here, and a missing one gives one line.
 
 find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
 
 # trevix_library(TARGET pkg-config-name minimum Debian-package)
 function(trevix_library target module version package)

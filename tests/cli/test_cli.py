@@ -10,7 +10,7 @@ import time
 import ctl
 
 COMMANDS = ("compress", "index", "find", "extract", "report", "status", "folders", "config",
-            "profile", "log")
+            "profile", "log", "watch")
 
 
 class Help(ctl.Case):

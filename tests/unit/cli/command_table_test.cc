@@ -42,9 +42,9 @@ TEST(CommandTable, IsCompleteForEachCommand) {
         }
         EXPECT_THAT(command.example, HasSubstr(std::string("trevixctl ") + command.name));
     }
-    EXPECT_THAT(names,
-                testing::UnorderedElementsAre("compress", "config", "extract", "find", "folders",
-                                              "index", "log", "profile", "report", "status"));
+    EXPECT_THAT(names, testing::UnorderedElementsAre("compress", "config", "extract", "find",
+                                                     "folders", "index", "log", "profile", "report",
+                                                     "status", "watch"));
 }
 
 // Every option that an example shows must be one that the command takes.

@@ -24,7 +24,7 @@ struct ViewWorld {
     // A whole run over the fakes, seen through the view.
     void Run() {
         CManage& run = *world.session->Manage();
-        RunView view(run, world.clock, world.loop, console);
+        RunView view(run.Summary(), world.clock, world.loop, console);
         run.Compress(true);
         run.Events(&view);
         run.Manage(false);
@@ -138,7 +138,8 @@ TEST(RunViewProgress, WritesOneObjectALineForPrograms) {
 
 TEST(RunViewAbort, TellsAHeldStoreFromACancelledRun) {
     ViewWorld view;
-    RunView shown(*view.world.session->Manage(), view.world.clock, view.world.loop, view.console);
+    RunView shown(view.world.session->Manage()->Summary(), view.world.clock, view.world.loop,
+                  view.console);
 
     shown.Abort("Cancelled");
     EXPECT_EQ(shown.end(), RunView::End::kCancelled);
