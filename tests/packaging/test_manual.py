@@ -68,6 +68,14 @@ class Manual(installed.Case):
                 told |= {word.rstrip(",") for word in line.split() if word.startswith("-")}
             self.assertEqual(told, options, page)
 
+    def test_the_services_page_names_its_options(self):
+        installed.require("man")
+        done = installed.run(self.installed.path("libexec/trevix/trevixci"), "--help")
+        text = self.rendered(self.pages()["trevixci.8"]).stdout
+        section = re.search(r"(?ms)^DESCRIPTION$(.*?)^   Clients$", text).group(1)
+        told = set(re.findall(r"(?m)^ +(--[a-z-]+)", section))
+        self.assertEqual(told, set(re.findall(r"(?m)^  (--[a-z-]+)", done.stdout)))
+
     def test_pages_tell_every_sub_command(self):
         installed.require("man")
         for words in self.installed.commands():
