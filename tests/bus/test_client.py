@@ -248,7 +248,7 @@ class Interrupts(ClientCase):
         run.send_signal(signal.SIGINT)
         bus.wait_for(lambda: self.is_sleeping(run), "the client's rest")
         run.send_signal(signal.SIGINT)
-        _, err = run.communicate(timeout=10)
+        _, err = run.communicate(timeout=30)
         self.assertEqual(run.returncode, 130)
         self.assertIn("left the service", err)
         os.kill(session, signal.SIGCONT)
@@ -271,7 +271,7 @@ class Vanishing(ClientCase):
         self.make_store(messages=30, size=60000)
 
     def assert_gone(self, run):
-        events, err = self.wait_exit(run, 10)
+        events, err = self.wait_exit(run, 30)
         self.assertEqual(run.returncode, 1)
         complaints = [line for line in err.splitlines() if line.startswith("trevixctl: ")]
         self.assertEqual(len(complaints), 1, err)
@@ -284,7 +284,7 @@ class Vanishing(ClientCase):
             began = time.monotonic()
             os.kill(session, signal.SIGKILL)
             self.assertEqual(self.assert_gone(run), "trevixctl: service: the service is gone")
-            self.assertLess(time.monotonic() - began, 5)
+            self.assertLess(time.monotonic() - began, 15)
             bus.wait_for(lambda: not self.bus.sessions(), "the end of the session")
             os.remove(os.path.join(self.mail, "trevix-associated.db"))
 
