@@ -154,8 +154,13 @@ void CManage::TreatFolder(const std::string& store_id, const std::string& folder
     pending.Assign(folder, On(state_.gMAPISession, [&](MessagingSession& session) {
                        return session.GetFolder(folder_id, store_id);
                    }));
-    if (folder == nullptr) return;
-
+    if (folder == nullptr) {
+        LogLine(kStartManage,
+                " unable to open folder " + folder_id + " of " + store_name_ + ": " +
+                    pending.description(),
+                1);
+        return;
+    }
     const std::string name = pending.ValueOr(folder->Name(), std::string());
     if (html_ && compress_) {
         LogLine(kStartManage, " Compress+HTML for folder " + name, 8);

@@ -195,6 +195,7 @@ TEST_F(StartManageTest, ARunOfNoFoldersStoresHeaderTotalAndClosingAlone) {
     world.Run("51,unknown");
 
     EXPECT_TRUE(manage().Summary().folders.empty());
+    EXPECT_TRUE(world.Logged("StartManage: unable to open folder unknown of Anna's mail: [Collab"));
     EXPECT_EQ(Log(), CompressionLogHeader(world.clock.local) + CompressionLogTotal(0, 0, 0, 0) +
                          CompressionLogClosing(world.clock.local));
 }
