@@ -108,6 +108,18 @@ std::string UniqueBase(const NameParts& parts, std::size_t room) {
     return base + parts.host.substr(0, left);
 }
 
+std::string_view MakerOf(std::string_view name) {
+    constexpr std::size_t kIdLength = 16;
+    const std::size_t first = name.find('.');
+    if (first == std::string_view::npos) return {};
+    const std::size_t end = name.find('.', first + 1);
+    if (end == std::string_view::npos || end < first + 2 + kIdLength) return {};
+    const std::string_view id = name.substr(end - kIdLength, kIdLength);
+    const bool is_marked = name[end - kIdLength - 1] == 'T' &&
+                           id.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+    return is_marked ? id : std::string_view();
+}
+
 bool IsMadeBy(std::string_view name, std::string_view journal_id) {
     const std::string mark = "T" + std::string(journal_id) + ".";
     const std::size_t first = name.find('.');

@@ -40,6 +40,10 @@ struct NameParts {
 // `room` more bytes fit into a file name.
 std::string UniqueBase(const NameParts& parts, std::size_t room);
 
+// The journal's ID in a name that one of our processes made; empty for any other name. A foreign
+// name may look like one of ours.
+std::string_view MakerOf(std::string_view name);
+
 // Whether `name` is one that a process with this journal made.
 bool IsMadeBy(std::string_view name, std::string_view journal_id);
 

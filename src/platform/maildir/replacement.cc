@@ -42,6 +42,20 @@ Status AsListed(const Located& located, const std::string& name) {
     return StoreSystemError(located.system_error, name);
 }
 
+// Whether `name` is what another process has shown and may still take back: its journal, which is
+// there while it lives or until its work is finished, has a record of it.
+bool MayBeTakenBack(int root, const std::string& name, const std::string& own_id) {
+    const std::string_view maker = MakerOf(name);
+    if (maker.empty() || maker == own_id) return false;
+    const UniqueDescriptor journal(::openat(root, (kJournalPrefix + std::string(maker)).c_str(),
+                                            O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!journal.valid()) return false;
+    for (const JournalRecord& record : ReadJournal(journal.get())) {
+        if (KeyOf(record.new_mail.name) == KeyOf(name)) return true;
+    }
+    return false;
+}
+
 // Renames without ever replacing an existing file. Where the file system cannot do that in one
 // step, a second link does it in two; a death between them leaves the first name in tmp/, for the
 // sweep, or, for a rename among delivered messages, one file under two names.
@@ -215,6 +229,7 @@ Status StagedFile::Write(Clock& clock, const Blob& content) {
 Result<MailEntry> StagedFile::Commit() {
     if (!in_tmp_) return MessagingError(kCallFailed, "the replacement was committed before;");
     TREVIX_RETURN_IF_ERROR(AsListed(folder_->Locate(old_, Match::kWithTime), old_.name));
+    if (MayBeTakenBack(context_->root.get(), old_.name, journal_->id())) return Changed();
     context_->At(Step::kCompared);
     // Both are durable before anything shows; which of them is first does not matter.
     TREVIX_RETURN_IF_ERROR(journal_->Begin({0, folder_->relative(), old_, new_}));

@@ -33,7 +33,9 @@
 //   - N removed or moved: somebody wants that message gone, but O may be the only copy: O stays.
 //   - O overwritten in place, against all rules of a Maildir: N is removed again, kChanged.
 //   - another process of ours replaces the same O: one removal of O succeeds, the other process
-//     finds O gone and takes back its own N. Exactly one N stays.
+//     finds O gone and takes back its own N. Exactly one N stays. So that it can be taken back, no
+//     third process replaces an N whose replacement may not have ended: step 2 refuses an O that
+//     is the N of a record in another journal, and the message is left for the next run.
 // Between the last look and the removal of O there is no time for a rename to be missed: removal is
 // by name, and fails when the name is gone.
 #pragma once

@@ -79,6 +79,18 @@ TEST(IsMadeBy, KnowsTheJournalOfAName) {
     EXPECT_FALSE(IsMadeBy("", "0123456789abcdef"));
 }
 
+TEST(MakerOf, IsTheJournalInANameOfOurs) {
+    const std::string name = UniqueBase({1, 2, 3, "0123456789abcdef", "host.dom"}, 0);
+
+    EXPECT_EQ(MakerOf(name), "0123456789abcdef");
+    EXPECT_EQ(MakerOf(name + ",S=5:2,S"), "0123456789abcdef");
+    for (const char* other :
+         {"", "1", "1.h", "1.M2P3Q4.host", "1.T0123456789abcde.h", "1.0123456789abcdef0.h",
+          "1.T0123456789ABCDEF.h", "T0123456789abcdef.h"}) {
+        EXPECT_EQ(MakerOf(other), "") << other;
+    }
+}
+
 TEST(HostForNames, IsFitForAFileName) {
     const std::string host = HostForNames();
 

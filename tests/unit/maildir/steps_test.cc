@@ -222,6 +222,53 @@ TEST(MaildirSteps, AMessageThatIsRenamedAgainAndAgainIsFollowed) {
     EXPECT_EQ(SuffixOf(world.Names("cur")[0]), ":2,e");
 }
 
+// One of our processes beside that of the world.
+struct OtherProcess {
+    explicit OtherProcess(MaildirWorld& world) {
+        auto opened = MaildirStore::Open(world.root(), nullptr, world.clock);
+        EXPECT_TRUE(opened.ok());
+        store = std::move(opened).value();
+    }
+    std::vector<MailEntry> List() {
+        auto change = store->List("", nullptr);
+        EXPECT_TRUE(change.ok());
+        return std::move(change).value().listing.entries;
+    }
+    Result<MailEntry> Replace(const MailEntry& entry, const std::string& content) {
+        auto staged = store->Stage("", entry, Blob::FromString(content));
+        if (!staged.ok()) return staged.error();
+        return staged.value()->Commit();
+    }
+    std::unique_ptr<MaildirStore> store;
+};
+
+TEST(MaildirSteps, WhatMayBeTakenBackIsReplacedByNobody) {
+    MaildirWorld world;
+    world.Put("cur/1.h:2,S", "old");
+    MaildirStore& store = world.Open();
+    OtherProcess second(world);
+    OtherProcess third(world);
+    const MailEntry old_entry = second.List().at(0);
+    bool is_disturbed = false;
+    store.SetStepHook([&](Step step) {
+        if (step != Step::kShown || std::exchange(is_disturbed, true)) return;
+        // The second is quicker; the third sees what each of them has shown.
+        ASSERT_TRUE(second.Replace(old_entry, "of the second").ok());
+        for (const MailEntry& entry : third.List()) {
+            EXPECT_EQ(third.Replace(entry, "of the third").error().kind, ErrorKind::kChanged);
+        }
+    });
+
+    EXPECT_EQ(world.Replace("1.h", "of the first").error().kind, ErrorKind::kGone);
+
+    EXPECT_TRUE(is_disturbed);
+    EXPECT_EQ(world.Mail(), Strings{"of the second"});
+    // Once its maker has left the store, it is a message like any other.
+    second.store.reset();
+    EXPECT_TRUE(third.Replace(third.List().at(0), "of the third").ok());
+    EXPECT_EQ(world.Mail(), Strings{"of the third"});
+}
+
 TEST(MaildirSteps, AMessageThatNeverHoldsStillIsLeftAlone) {
     MaildirWorld world;
     world.Put("cur/1.h:2,", "old");
