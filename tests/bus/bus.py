@@ -24,6 +24,7 @@ TREVIXCI = os.environ.get("TREVIXCI", "")
 NAME = "com.quellmar.TrevixCI1"
 ROOT = "/com/quellmar/TrevixCI1"
 FACTORY, SESSION = NAME + ".Factory", NAME + ".Session"
+DETAILS = NAME + ".Details"
 MANAGE, INDEX = NAME + ".Manage", NAME + ".Index"
 PROPERTIES = "org.freedesktop.DBus.Properties"
 SECONDS = 60

@@ -7,7 +7,6 @@ import re
 import signal
 import subprocess
 import time
-import xml.etree.ElementTree
 
 import bus
 import ctl
@@ -360,28 +359,11 @@ class Watch(ClientCase):
 class Details(ClientCase):
     """What the client asks of the service beyond the classes' own members."""
 
-    def test_are_declared_where_they_are(self):
-        self.make_store(messages=1)
-        session = self.logged_on()
-        shown = xml.etree.ElementTree.fromstring(session.client.call(
-            session.name, session.path, "org.freedesktop.DBus.Introspectable", "Introspect"))
-        declared = xml.etree.ElementTree.parse(os.path.join(
-            bus.REPOSITORY, "src/platform/dbus/com.quellmar.TrevixCI1.xml")).getroot()
-        self.assertEqual(*(self.members(tree) for tree in (shown, declared)))
-
-    def members(self, tree):
-        (details,) = [one for one in tree.iter("interface")
-                      if one.attrib["name"] == bus.NAME + ".Details"]
-        return [(member.tag, member.attrib["name"],
-                 [(arg.attrib["name"], arg.attrib["type"]) for arg in member.iter("arg")])
-                for member in sorted(details, key=lambda one: (one.tag, one.attrib["name"]))
-                if member.tag in ("signal", "property", "method")]
-
     def test_tell_what_a_run_has_done_before_its_end(self):
         self.make_store(messages=6)
         session = self.logged_on()
         details = bus.Object(session.client, session.name, session.path,
-                             bus.NAME + ".Details").listen()
+                             bus.DETAILS).listen()
         manage = session.manage()
         manage.set("Compress", True)
         manage.call("Manage", "b", False)
@@ -394,7 +376,7 @@ class Details(ClientCase):
 
     def test_tell_why_a_log_on_was_refused(self):
         session = self.session().logon("maildir:/nowhere")
-        details = bus.Object(session.client, session.name, session.path, bus.NAME + ".Details")
+        details = bus.Object(session.client, session.name, session.path, bus.DETAILS)
         self.assertIn("/nowhere", details.get("LogonFailure"))
 
 

@@ -6,7 +6,7 @@ import xml.etree.ElementTree
 import dbus
 
 import bus
-from bus import FACTORY, INDEX, LOGGED_ON, MANAGE, NAME, NO_SESSION, ROOT, SESSION
+from bus import DETAILS, FACTORY, INDEX, LOGGED_ON, MANAGE, NAME, NO_SESSION, ROOT, SESSION
 
 XML = os.path.join(bus.REPOSITORY, "src", "platform", "dbus", NAME + ".xml")
 
@@ -36,12 +36,13 @@ class Introspection(bus.Case):
     def test_is_what_the_installed_file_says(self):
         with open(XML, encoding="utf-8") as file:
             stated = interfaces(file.read())
-        self.assertEqual(set(stated), {FACTORY, SESSION, MANAGE, INDEX})
+        self.assertEqual(set(stated), {FACTORY, SESSION, DETAILS, MANAGE, INDEX})
         self.make_store(1)
         session = self.logged_on()
         client = session.client
         for interface, name, path in ((FACTORY, NAME, ROOT),
                                       (SESSION, session.name, session.path),
+                                      (DETAILS, session.name, session.path),
                                       (MANAGE, session.name, session.get("Manage")),
                                       (INDEX, session.name, session.get("Index"))):
             with self.subTest(interface):
