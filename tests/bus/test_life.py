@@ -215,6 +215,11 @@ class Many(bus.Case):
         # The lock lets one in at a time; all the others are told so, or come when it is free.
         self.assertIn("Complete", ends)
         self.assertLessEqual(set(ends), {"Complete", "Abort"})
+        for session in sessions:
+            session.later("Release")
+        wait_for(lambda: not self.bus.sessions(), "the end of all")
+        # Runs that began together have left to the next what each of them was at.
+        self.assert_free()
         self.assertEqual(self.zipped(), 3)
 
     def test_cycles_of_activation_and_exit_lose_no_client(self):
