@@ -38,12 +38,12 @@ Error AnswerFailure(int outcome, const BusError& error, const std::string& what)
 Result<std::unique_ptr<Connection>> Connection::Open(Bus bus) {
     sd_bus* raw = nullptr;
     int opened = 0;
+    // The library takes a process without a starter for one of the system, whatever else is set.
+    const bool has_session = std::getenv("DBUS_STARTER_BUS_TYPE") == nullptr &&
+                             std::getenv("DBUS_SESSION_BUS_ADDRESS") != nullptr;
     if (bus == Bus::kSystem) {
         opened = sd_bus_open_system(&raw);
-    } else if (bus == Bus::kSession) {
-        opened = sd_bus_open_user(&raw);
-    } else if (std::getenv("DBUS_STARTER_BUS_TYPE") == nullptr &&
-               std::getenv("DBUS_SESSION_BUS_ADDRESS") != nullptr) {
+    } else if (bus == Bus::kSession || has_session) {
         opened = sd_bus_open_user(&raw);
     } else {
         opened = sd_bus_open(&raw);

@@ -30,10 +30,10 @@ class ExportedObject {
     const Property* FindProperty(const char* name) const;
 
     static int OnMethod(sd_bus_message* message, void* object, sd_bus_error* error);
-    static int OnGet(sd_bus* bus, const char* path, const char* interface, const char* property,
+    static int OnGet(sd_bus* bus, const char* path, const char* interface, const char* name,
                      sd_bus_message* reply, void* object, sd_bus_error* error);
-    static int OnSet(sd_bus* bus, const char* path, const char* interface, const char* property,
-                     sd_bus_message* value, void* object, sd_bus_error* error);
+    static int OnSet(sd_bus* bus, const char* path, const char* interface, const char* name,
+                     sd_bus_message* message, void* object, sd_bus_error* error);
 
     Interface interface_;
     std::vector<std::unique_ptr<std::string>> texts_;  // that the table refers to

@@ -30,7 +30,7 @@ class BusError {
     const char* text() const { return error_.message == nullptr ? "" : error_.message; }
 
  private:
-    sd_bus_error error_ = SD_BUS_ERROR_NULL;
+    sd_bus_error error_{};
 };
 
 }  // namespace trevix::dbus
