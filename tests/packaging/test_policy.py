@@ -166,33 +166,48 @@ class Policy(installed.Case):
                 self.assertNotEqual(done.returncode, 0)
                 self.assertIn("Access denied", done.stderr)
 
+    def hold(self):
+        """A client that holds a session: the client's unique name, and the session's."""
+        holder = subprocess.Popen(["/usr/bin/python3", "-c", HOLDER, self.address], text=True,
+                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+
+        def end():
+            holder.communicate()
+        self.addCleanup(end)
+        names = holder.stdout.readline().split()
+        self.assertEqual([name[0] for name in names], [":", ":"])
+        return names
+
     def test_the_sessions_are_closed_to_anybody_else_too(self):
-        with subprocess.Popen(["/usr/bin/python3", "-c", HOLDER, self.address], text=True,
-                              stdin=subprocess.PIPE, stdout=subprocess.PIPE) as holder:
-            session = holder.stdout.readline().strip()
-            self.assertTrue(session.startswith(":"), session)
-            # The policy lets a member through; the session is another client's all the same.
-            for user in (OUTSIDER, MEMBER):
-                for member in (("Release",), ("Logon", "s", "")):
-                    done = self.get(user, session, PATH + "/Session", NAME + ".Session", *member)
-                    self.assertNotEqual(done.returncode, 0)
-                    self.assertIn("Access denied", done.stderr)
-            self.assertEqual(self.get("root", session, PATH + "/Session",
-                                      "org.freedesktop.DBus.Peer", "Ping").returncode, 0)
-            holder.stdin.close()
+        _, session = self.hold()
+        # The policy lets a member through; the session is another client's all the same.
+        for user in (OUTSIDER, MEMBER):
+            for member in (("Release",), ("Logon", "s", "")):
+                done = self.get(user, session, PATH + "/Session", NAME + ".Session", *member)
+                self.assertNotEqual(done.returncode, 0)
+                self.assertIn("Access denied", done.stderr)
+        self.assertEqual(self.get("root", session, PATH + "/Session",
+                                  "org.freedesktop.DBus.Peer", "Ping").returncode, 0)
 
     def test_other_services_stay_as_closed_as_they_were(self):
-        done = self.get(MEMBER, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                        "org.freedesktop.DBus.Peer", "Ping")
-        self.assertIn("Access denied", done.stderr)
+        other, session = self.hold()
+        for interface, member in (("org.freedesktop.DBus.Properties", ("GetAll", "s", "")),
+                                  ("org.freedesktop.DBus.Peer", ("Ping",)),
+                                  (NAME + ".Session", ("Release",))):
+            done = self.get(MEMBER, other, "/", interface, *member)
+            self.assertIn("Access denied", done.stderr)
+        # To a session the same interface is open, as far as the bus is concerned.
+        done = self.get(MEMBER, session, PATH + "/Session", "org.freedesktop.DBus.Peer", "Ping")
+        self.assertEqual(done.returncode, 0, done.stderr)
 
 
 # A client that makes a session and holds it until its input ends.
 HOLDER = """
 import sys, dbus.bus
 bus = dbus.bus.BusConnection(sys.argv[1])
-print(bus.call_blocking("com.quellmar.TrevixCI1", "/com/quellmar/TrevixCI1",
-                        "com.quellmar.TrevixCI1.Factory", "CreateSession", "", ())[0], flush=True)
+session = bus.call_blocking("com.quellmar.TrevixCI1", "/com/quellmar/TrevixCI1",
+                            "com.quellmar.TrevixCI1.Factory", "CreateSession", "", ())
+print(bus.get_unique_name(), session[0], flush=True)
 sys.stdin.read()
 """
 
