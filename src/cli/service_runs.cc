@@ -245,9 +245,10 @@ void ServiceRuns::OnDetails(const std::string& signal, const Values& arguments) 
         }
     } else if (signal == "IndexFigures") {
         IndexSummary& run = indexing_;
-        const std::array<std::int64_t*, 6> numbers = {&run.folders_scanned,  &run.folders_failed,
-                                                      &run.messages_indexed, &run.messages_failed,
-                                                      &run.rows_added,       &run.rows};
+        const std::array<std::int64_t*, 8> numbers = {
+            &run.folders_scanned, &run.folders_failed, &run.messages_indexed,
+            &run.messages_failed, &run.rows_added,     &run.rows,
+            &run.bytes,           &run.stored_bytes};
         for (std::size_t i = 0; i < numbers.size(); ++i) {
             *numbers[i] = Number(arguments, i);
         }

@@ -41,6 +41,8 @@ dbus::Interface DetailsInterface(std::function<const Session*()> session) {
                {kInt64, "MessagesFailed"},
                {kInt64, "RowsAdded"},
                {kInt64, "Rows"},
+               {kInt64, "Bytes"},
+               {kInt64, "StoredBytes"},
                {kString, "Statistics"}}},
              {"Problem", {{kInt32, "Type"}, {kString, "Procedure"}, {kString, "Text"}}}}};
 }
@@ -74,13 +76,9 @@ dbus::Values FiguresOf(const RunSummary& summary, std::size_t& told) {
 }
 
 dbus::Values FiguresOf(const IndexSummary& summary) {
-    return {summary.folders_scanned,
-            summary.folders_failed,
-            summary.messages_indexed,
-            summary.messages_failed,
-            summary.rows_added,
-            summary.rows,
-            summary.text};
+    return {summary.folders_scanned, summary.folders_failed, summary.messages_indexed,
+            summary.messages_failed, summary.rows_added,     summary.rows,
+            summary.bytes,           summary.stored_bytes,   summary.text};
 }
 
 }  // namespace trevix::service

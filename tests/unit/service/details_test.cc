@@ -62,11 +62,14 @@ TEST(FiguresOfIndex, AreInTheOrderOfTheSignal) {
     summary.messages_failed = 4;
     summary.rows_added = 5;
     summary.rows = 6;
+    summary.bytes = std::int64_t{7} << 40;
+    summary.stored_bytes = 8;
     summary.text = "statistics";
 
     EXPECT_EQ(FiguresOf(summary),
               (dbus::Values{std::int64_t{1}, std::int64_t{2}, std::int64_t{3}, std::int64_t{4},
-                            std::int64_t{5}, std::int64_t{6}, std::string("statistics")}));
+                            std::int64_t{5}, std::int64_t{6}, std::int64_t{7} << 40,
+                            std::int64_t{8}, std::string("statistics")}));
 }
 
 // What the interface declares is what is sent.
