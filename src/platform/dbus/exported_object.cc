@@ -13,7 +13,8 @@ namespace {
 // The answer to a call over the bus. What cannot be sent has nobody who waits for it.
 class BusAnswer final : public IncomingCall::Answer {
  public:
-    explicit BusAnswer(sd_bus_message* call) : call_(sd_bus_message_ref(call)) {}
+    BusAnswer(sd_bus_message* call, std::shared_ptr<const void> table)
+        : table_(std::move(table)), call_(sd_bus_message_ref(call)) {}
 
     void Reply(const Values& results) override {
         sd_bus_message* raw = nullptr;
@@ -30,6 +31,7 @@ class BusAnswer final : public IncomingCall::Answer {
     }
 
  private:
+    std::shared_ptr<const void> table_;  // which the call refers to
     MessagePtr call_;
 };
 
@@ -43,23 +45,24 @@ Value NeutralOf(char type) {
 
 }  // namespace
 
-ExportedObject::ExportedObject(Interface interface) : interface_(std::move(interface)) {
+ExportedObject::ExportedObject(Interface interface)
+    : interface_(std::move(interface)), table_(std::make_shared<Table>()) {
     BuildTable();
 }
 
 int ExportedObject::Add(sd_bus* bus, const std::string& path) {
     sd_bus_slot* slot = nullptr;
     const int outcome = sd_bus_add_object_vtable(bus, &slot, path.c_str(), interface_.name.c_str(),
-                                                 table_.data(), this);
+                                                 table_->entries.data(), this);
     slot_.reset(slot);
     return outcome;
 }
 
 // Members are open to every caller here; who may call is decided for the whole connection.
 void ExportedObject::BuildTable() {
-    table_.push_back(SD_BUS_VTABLE_START(0));
+    table_->entries.push_back(SD_BUS_VTABLE_START(0));
     for (const Method& method : interface_.methods) {
-        table_.push_back(SD_BUS_METHOD_WITH_NAMES(
+        table_->entries.push_back(SD_BUS_METHOD_WITH_NAMES(
             method.name.c_str(), SignatureOf(method.in), NamesOf(method.in, method.out),
             SignatureOf(method.out), /* names of the results */, &OnMethod,
             SD_BUS_VTABLE_UNPRIVILEGED));
@@ -67,27 +70,28 @@ void ExportedObject::BuildTable() {
     for (const Property& property : interface_.properties) {
         const char* signature = SignatureOf({{property.type, ""}});
         if (property.set) {
-            table_.push_back(SD_BUS_WRITABLE_PROPERTY(property.name.c_str(), signature, &OnGet,
-                                                      &OnSet, 0, SD_BUS_VTABLE_UNPRIVILEGED));
+            table_->entries.push_back(SD_BUS_WRITABLE_PROPERTY(
+                property.name.c_str(), signature, &OnGet, &OnSet, 0, SD_BUS_VTABLE_UNPRIVILEGED));
         } else if (property.is_constant) {
-            table_.push_back(SD_BUS_PROPERTY(property.name.c_str(), signature, &OnGet, 0,
-                                             SD_BUS_VTABLE_PROPERTY_CONST));
+            table_->entries.push_back(SD_BUS_PROPERTY(property.name.c_str(), signature, &OnGet, 0,
+                                                      SD_BUS_VTABLE_PROPERTY_CONST));
         } else {
-            table_.push_back(SD_BUS_PROPERTY(property.name.c_str(), signature, &OnGet, 0, 0));
+            table_->entries.push_back(
+                SD_BUS_PROPERTY(property.name.c_str(), signature, &OnGet, 0, 0));
         }
     }
     for (const Signal& signal : interface_.signals) {
-        table_.push_back(SD_BUS_SIGNAL_WITH_NAMES(
+        table_->entries.push_back(SD_BUS_SIGNAL_WITH_NAMES(
             signal.name.c_str(), SignatureOf(signal.arguments), NamesOf(signal.arguments, {}), 0));
     }
-    table_.push_back(SD_BUS_VTABLE_END);
+    table_->entries.push_back(SD_BUS_VTABLE_END);
 }
 
 const char* ExportedObject::SignatureOf(const std::vector<Argument>& arguments) {
     auto text = std::make_unique<std::string>();
     for (const Argument& argument : arguments)
         text->push_back(argument.type);
-    return texts_.emplace_back(std::move(text))->c_str();
+    return table_->texts.emplace_back(std::move(text))->c_str();
 }
 
 // The library wants the names one behind the other, each with its final NUL.
@@ -100,7 +104,7 @@ const char* ExportedObject::NamesOf(const std::vector<Argument>& in,
             text->push_back('\0');
         }
     }
-    return texts_.emplace_back(std::move(text))->c_str();
+    return table_->texts.emplace_back(std::move(text))->c_str();
 }
 
 const Property* ExportedObject::FindProperty(const char* name) const {
@@ -109,7 +113,8 @@ const Property* ExportedObject::FindProperty(const char* name) const {
 }
 
 int ExportedObject::OnMethod(sd_bus_message* message, void* object, sd_bus_error* /*error*/) try {
-    const Interface& interface = static_cast<ExportedObject*>(object)->interface_;
+    const auto& self = *static_cast<ExportedObject*>(object);
+    const Interface& interface = self.interface_;
     const auto method =
         std::ranges::find(interface.methods, sd_bus_message_get_member(message), &Method::name);
     if (method == interface.methods.end()) return -ENOENT;
@@ -121,7 +126,7 @@ int ExportedObject::OnMethod(sd_bus_message* message, void* object, sd_bus_error
         arguments.push_back(std::move(value));
     }
     const char* sender = sd_bus_message_get_sender(message);
-    method->serve(IncomingCall(std::make_unique<BusAnswer>(message),
+    method->serve(IncomingCall(std::make_unique<BusAnswer>(message, self.table_),
                                sender == nullptr ? "" : sender, std::move(arguments)));
     return 1;
 } catch (const std::exception&) {

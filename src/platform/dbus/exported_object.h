@@ -15,7 +15,6 @@ namespace trevix::dbus {
 // the library, whose state it would break: the caller gets an error, or the type's neutral value.
 class ExportedObject {
  public:
-    // Borrows `bus`. Whether it is really there is said by Add().
     explicit ExportedObject(Interface interface);
     ExportedObject(const ExportedObject&) = delete;
     ExportedObject& operator=(const ExportedObject&) = delete;
@@ -35,9 +34,15 @@ class ExportedObject {
     static int OnSet(sd_bus* bus, const char* path, const char* interface, const char* name,
                      sd_bus_message* message, void* object, sd_bus_error* error);
 
+    // The library looks into the table for as long as a call is unanswered, which may be longer
+    // than the object lives: each unanswered call keeps the table.
+    struct Table {
+        std::vector<std::unique_ptr<std::string>> texts;  // that the entries refer to
+        std::vector<sd_bus_vtable> entries;
+    };
+
     Interface interface_;
-    std::vector<std::unique_ptr<std::string>> texts_;  // that the table refers to
-    std::vector<sd_bus_vtable> table_;
+    std::shared_ptr<Table> table_;
     SlotPtr slot_;
 };
 
