@@ -1,5 +1,6 @@
 """A private message bus, the service on it, and clients of it."""
 
+import contextlib
 import os
 import re
 import shutil
@@ -257,11 +258,15 @@ class Case(unittest.TestCase):
         for client in self.clients:
             client.close()
         left = self.bus.processes()
+        for pid in left:
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(pid, signal.SIGCONT)  # that a test which failed has left stopped
         try:
             wait_for(lambda: not self.bus.processes(), "the end of all processes", 20)
         finally:
             for pid in self.bus.processes():
-                os.kill(pid, signal.SIGKILL)
+                with contextlib.suppress(ProcessLookupError):
+                    os.kill(pid, signal.SIGKILL)
         self.bus.stop()
         with open(self.bus.errors, encoding="utf-8", errors="replace") as file:
             errors = file.read()

@@ -120,7 +120,7 @@ class AProcessThatIsKilled(bus.Case):
         self.make_store(6)
         session, manage = self.start_paused()
         os.kill(self.bus.brokers()[0], signal.SIGKILL)
-        wait_for(lambda: not self.bus.brokers(), "the end of the broker")
+        wait_for(lambda: not manage.client.connection.name_has_owner(NAME), "the broker's end")
         other = self.session()
         self.assertEqual(len(self.bus.brokers()), 1)
         session.go_on()
