@@ -265,7 +265,11 @@ bool CManage::Extract(MessageWork& work) {
     work.content = *content;
     if (work.is_log) return true;
     const Status written = work.attachment->WriteToFile(work.extract_path);
-    return written.ok() || LeaveUnread(work, written.error());
+    if (written.ok()) return true;
+    Error why = written.error();
+    // What is denied here is denied to our own work file: the message is tried again.
+    if (why.kind == ErrorKind::kDenied) why.kind = ErrorKind::kOther;
+    return LeaveUnread(work, why);
 }
 
 // Makes or extends an archive with the attachment at hand: from memory for a trevix.log, whose file

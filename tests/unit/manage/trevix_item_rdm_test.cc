@@ -281,6 +281,18 @@ TEST_F(TrevixItemRDMTest, AnAttachmentThatCannotBeReadExactlyIsLeftAndTheOthersT
     EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 0);
 }
 
+TEST_F(TrevixItemRDMTest, AnExtractFileThatIsDeniedIsTriedAgain) {
+    Deliver({World::File("a.txt", "x")});
+    world.Logon();
+    world.plan.FailCalls("attachment.WriteToFile", MessagingError(kNoAccess));
+
+    world.Run("51,F1");
+
+    EXPECT_TRUE(world.Logged("TrevixItemRDM: unable to read a.txt: "));
+    EXPECT_EQ(world.session->Manage()->Summary().messages_left, 0);
+    EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 1);
+}
+
 TEST_F(TrevixItemRDMTest, ADamagedTrevixLogIsLeftWithAReasonAndTheOthersTreated) {
     for (const char* combine : {"False", "True"}) {
         World damaged;
