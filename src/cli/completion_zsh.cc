@@ -16,7 +16,7 @@ _trevixctl_profiles() {
 
 )sh";
 
-// For the text of an argument's specification, within single quotes.
+// As it stands within single quotes in what describes an argument.
 std::string Escaped(const std::string& text) {
     std::string safe;
     for (const char c : text) {
