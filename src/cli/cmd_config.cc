@@ -100,8 +100,7 @@ int List(const Options& options, Console& console) {
         if (!stored.ok()) return Complain(file, stored.error(), console);
         ShowSetting(setting, stored.value(), file, console);
     }
-    console.Event({{"event", "summary"}, {"exit", kExitDone}});
-    return kExitDone;
+    return console.EndWith(kExitDone);
 }
 
 int Import(const Options& options, Console& console) {

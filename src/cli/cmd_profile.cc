@@ -79,8 +79,7 @@ int List(const Options& options, Console& console) {
                           << (store == profile.inbox ? "  (Inbox)" : "") << "\n";
         }
     }
-    console.Event({{"event", "summary"}, {"exit", kExitDone}});
-    return kExitDone;
+    return console.EndWith(kExitDone);
 }
 
 int Remove(const Options& options, Console& console) {

@@ -174,9 +174,7 @@ int Show(const Options& options, Console& console) {
 
 int Run(const Options& options, Console& console) {
     console.json = options.json;
-    const int exit_code = Show(options, console);
-    console.Event({{"event", "summary"}, {"exit", exit_code}});
-    return exit_code;
+    return console.EndWith(Show(options, console));
 }
 
 }  // namespace

@@ -62,8 +62,7 @@ int UsageError(const std::string& why, const CLI::App& app, Console& console) {
         help = "trevixctl " + sub->get_name() + " --help";
     }
     console.Complain({"command line", why, "see \"" + help + "\""});
-    console.Event({{"event", "summary"}, {"exit", kExitUsage}});
-    return kExitUsage;
+    return console.EndWith(kExitUsage);
 }
 
 // Help of the innermost command that was named.

@@ -39,4 +39,9 @@ void Console::Event(const nlohmann::json& event) {
          << std::flush;
 }
 
+int Console::EndWith(int exit_code) {
+    Event({{"event", "summary"}, {"exit", exit_code}});
+    return exit_code;
+}
+
 }  // namespace trevix::cli

@@ -43,6 +43,9 @@ class Console {
     // Writes `event` as one line, at once, and only with --json.
     void Event(const nlohmann::json& event);
 
+    // Ends what a command tells programs, with --json, and hands its exit code on.
+    int EndWith(int exit_code);
+
  private:
     std::ostream& out_;
     std::ostream& err_;
