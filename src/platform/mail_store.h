@@ -16,7 +16,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/blob.h"
@@ -49,6 +51,31 @@ struct MailListing {
 struct MailChange {
     bool changed = true;  // false: `listing` is not filled, the known one still holds
     MailListing listing;
+};
+
+// What a caller is about to do with messages, so that a store behind a network knows how much of
+// them to fetch ahead.
+enum class MailUse {
+    kSummary,  // what they are: header and structure
+    kIndex,    // what they hold: also the content of their zip archives
+    kChange    // all of it
+};
+
+// A message whose larger parts may be missing still.
+struct MailOutline {
+    // The content of a part that is fetched when it is read; in its place the skeleton has one
+    // byte.
+    struct Gap {
+        std::uint64_t offset = 0;                    // of that byte in the skeleton; ascending
+        Blob content;                                // as it was sent, in its transfer encoding
+        std::optional<std::uint64_t> decoded_bytes;  // without the encoding, when the store knows
+    };
+    Blob skeleton;
+    std::vector<Gap> gaps;
+
+    // Whether the skeleton is the message, byte for byte. If not, it serves for reading only: it
+    // has the same parts with the same fields and contents, and nothing else of it need be true.
+    bool exact = true;
 };
 
 // A replacement that is written but not yet visible. Dropping it discards it.
@@ -124,6 +151,20 @@ class MailStore {
 
     // The bytes of a message as listed. kGone when it is not there any more.
     virtual Result<Blob> Read(const std::string& folder, const MailEntry& entry) = 0;
+
+    // Says that these messages will be wanted soon, in this order. Where they lie at hand it means
+    // nothing; a failure shows when they are read.
+    virtual void Expect(const std::string& /*folder*/, const std::vector<MailEntry>& /*entries*/,
+                        MailUse /*use*/) {}
+
+    // The message as listed, for reading. Errors as Read().
+    virtual Result<MailOutline> Outline(const std::string& folder, const MailEntry& entry) {
+        Result<Blob> content = Read(folder, entry);
+        if (!content.ok()) return content.error();
+        MailOutline outline;
+        outline.skeleton = std::move(content).value();
+        return outline;
+    }
 
     // Writes a replacement for the message as listed, without showing it. It may be on its way to
     // the disk still; Commit() shows nothing before it is durable.
