@@ -14,8 +14,9 @@
 
 namespace trevix {
 
-// A directory of one message's temporary files: freshly made, mode 0700, nobody else's. It and all
-// that is in it are removed when this object goes.
+// A directory of one message's temporary files: empty at first, mode 0700, nobody else's. All that
+// is in it is removed when this object goes; the directory itself with the file system object at
+// the latest.
 class StagingDirectory {
  public:
     virtual ~StagingDirectory() = default;

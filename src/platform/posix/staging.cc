@@ -29,6 +29,7 @@ constexpr mode_t kPrivateDirectory = 0700;
 constexpr mode_t kPrivateFile = 0600;
 constexpr int kMakeAttempts = 16;
 constexpr int kDeepest = 64;
+constexpr std::size_t kKeptDirectories = 4;
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 std::vector<std::string> EntriesOf(int directory) {
@@ -140,19 +141,52 @@ class StagingBase {
         if (parent.valid()) RemoveBase(parent.get(), base_.get(), bare.substr(slash + 1));
     }
 
-    // The path of a new sub-directory, ending in "/"; empty, with errno set, when it was not made.
+    // The path of an empty sub-directory, ending in "/"; empty, with errno set, when none was made.
     std::string MakeDirectory() {
+        if (!free_.empty()) {
+            const std::string name = std::exchange(free_.back(), {});
+            free_.pop_back();
+            if (IsUntouched(name)) return path_ + name + "/";
+        }
         const std::string name = std::to_string(++count_);
         if (::mkdirat(base_.get(), name.c_str(), kPrivateDirectory) != 0) return {};
         return path_ + name + "/";
     }
 
+    // Thousands of messages need a directory each: making and removing one costs far more than
+    // emptying it, so an emptied one serves again. It goes with the base.
     void RemoveDirectory(const std::string& path) {
         const std::string bare = path.substr(0, path.size() - 1);
-        RemoveTree(base_.get(), bare.substr(bare.rfind('/') + 1));
+        const std::string name = bare.substr(bare.rfind('/') + 1);
+        if (free_.size() < kKeptDirectories && Empty(name)) {
+            free_.push_back(name);
+        } else {
+            RemoveTree(base_.get(), name);
+        }
     }
 
  private:
+    // Whether the directory is as it was left: empty and private.
+    bool IsUntouched(const std::string& name) const {
+        const UniqueDescriptor open(::openat(base_.get(), name.c_str(), kDirectoryFlags));
+        struct stat about {};
+        if (!open.valid() || ::fstat(open.get(), &about) != 0 || !IsOurDirectory(about)) {
+            return false;
+        }
+        return (about.st_mode & 07777) == kPrivateDirectory && EntriesOf(open.get()).empty();
+    }
+
+    // False when something stays in it.
+    bool Empty(const std::string& name) const {
+        const UniqueDescriptor open(::openat(base_.get(), name.c_str(), kDirectoryFlags));
+        struct stat about {};
+        if (!open.valid() || ::fstat(open.get(), &about) != 0) return false;
+        const std::vector<std::string> entries = EntriesOf(open.get());
+        for (const std::string& entry : entries)
+            RemoveEntry(open.get(), entry, about.st_dev, 1);
+        return entries.empty() || EntriesOf(open.get()).empty();
+    }
+
     bool TakeLock() {
         base_.Reset(::open(path_.c_str(), kDirectoryFlags));
         UniqueDescriptor lock(::openat(base_.get(), kLockName,
@@ -169,6 +203,7 @@ class StagingBase {
     UniqueDescriptor base_;
     UniqueDescriptor lock_;
     int count_ = 0;
+    std::vector<std::string> free_;  // names of empty sub-directories
 };
 
 namespace {

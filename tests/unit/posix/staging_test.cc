@@ -55,6 +55,45 @@ TEST(StagingAreaMake, LeavesNothingBehind) {
     EXPECT_EQ(CountEntries(scratch.root()), 0U);
 }
 
+TEST(StagingAreaMake, AnEmptiedDirectoryServesAgain) {
+    const Scratch scratch;
+    StagingArea area;
+    auto first = area.Make(scratch.root()).value();
+    const std::string path = first->path();
+    Put(path + "f", "x");
+    std::filesystem::create_directories(path + "d/e");
+    Put(path + "d/e/f", "x");
+    first.reset();
+
+    const auto second = area.Make(scratch.root()).value();
+
+    EXPECT_EQ(second->path(), path);
+    EXPECT_EQ(CountEntries(path), 0U);
+    EXPECT_EQ(ModeOf(path), 0700U);
+}
+
+TEST(StagingAreaMake, ADirectoryThatWasOpenedToOthersDoesNotServeAgain) {
+    const Scratch scratch;
+    StagingArea area;
+    auto first = area.Make(scratch.root()).value();
+    const std::string path = first->path();
+    std::filesystem::permissions(path, std::filesystem::perms::all);
+    first.reset();
+
+    EXPECT_NE(area.Make(scratch.root()).value()->path(), path);
+}
+
+TEST(StagingAreaMake, ADirectoryThatSomebodyFilledMeanwhileDoesNotServeAgain) {
+    const Scratch scratch;
+    StagingArea area;
+    auto first = area.Make(scratch.root()).value();
+    const std::string path = first->path();
+    first.reset();
+    Put(path + "planted", "x");
+
+    EXPECT_NE(area.Make(scratch.root()).value()->path(), path);
+}
+
 TEST(StagingAreaMake, ADirectoryOutlivesTheArea) {
     const Scratch scratch;
     std::unique_ptr<StagingDirectory> staging;
