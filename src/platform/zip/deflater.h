@@ -1,9 +1,14 @@
 // Deflater: bytes in memory to a raw deflate stream, with one compressor for each level kept.
+//
+// What is large is deflated in two halves at the same time, on two threads; what comes out is the
+// same wherever it runs.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+
+#include "platform/helper_thread.h"
 
 struct libdeflate_compressor;
 
@@ -30,9 +35,16 @@ class Deflater {
     bool IsWorthIt(const char* input, std::size_t count);
 
  private:
-    libdeflate_compressor* Compressor(int library_level);
+    // A compressor serves one thread, so each has its own.
+    using Compressors = std::array<libdeflate_compressor*, 13>;
+    static libdeflate_compressor* Get(Compressors& compressors, int library_level);
 
-    std::array<libdeflate_compressor*, 13> compressors_{};
+    std::size_t DeflateHalves(int library_level, const char* input, std::size_t count, char* output,
+                              std::size_t capacity);
+
+    Compressors own_{};
+    Compressors helpers_{};
+    HelperThread helper_;
 };
 
 }  // namespace trevix::zip_engine
