@@ -50,6 +50,11 @@ Result<Blob> DryRunStore::Read(const std::string& folder, const MailEntry& entry
     return replacement->content;
 }
 
+Result<MailOutline> DryRunStore::Outline(const std::string& folder, const MailEntry& entry) {
+    const bool is_ours = IsReplaced(folder, entry.key) || FindByCurrent(folder, entry.key);
+    return is_ours ? MailStore::Outline(folder, entry) : behind_->Outline(folder, entry);
+}
+
 Result<std::unique_ptr<StagedMail>> DryRunStore::Stage(const std::string& folder,
                                                        const MailEntry& entry,
                                                        const Blob& content) {

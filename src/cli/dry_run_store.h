@@ -42,6 +42,11 @@ class DryRunStore final : public MailStore {
 
     // kGone also for a replacement whose bytes were given up for younger ones.
     Result<Blob> Read(const std::string& folder, const MailEntry& entry) override;
+    void Expect(const std::string& folder, const std::vector<MailEntry>& entries,
+                MailUse use) override {
+        behind_->Expect(folder, entries, use);
+    }
+    Result<MailOutline> Outline(const std::string& folder, const MailEntry& entry) override;
     Result<std::unique_ptr<StagedMail>> Stage(const std::string& folder, const MailEntry& entry,
                                               const Blob& content) override;
     HiddenMailStore& Hidden() override { return hidden_; }

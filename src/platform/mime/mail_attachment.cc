@@ -20,18 +20,6 @@ Error Refused(const std::string& why) {
     return MessagingError(kNoAccess, why);
 }
 
-// The file that stands for a document on a file server.
-std::string ShortcutText(const MimePart& part) {
-    std::string url = "ftp://" + part.type.Parameter("site") + "/";
-    const std::string directory = part.type.Parameter("directory");
-    if (!directory.empty()) url += directory + "/";
-    url += part.type.Parameter("name");
-    const std::string mode = AsciiLower(part.type.Parameter("mode"));
-    if (mode == "ascii") url += ";type=a";
-    if (mode == "image") url += ";type=i";
-    return "[InternetShortcut]\r\nURL=" + url + "\r\n";
-}
-
 // Whether the link is a file on a named machine, which others can open too; any other path or
 // address means something only to whoever wrote it.
 bool IsOnFileServer(const MimePart& part) {
@@ -188,27 +176,9 @@ class MailAttachment final : public Attachment {
     Result<Blob> Data() {
         if (slot_->data.has_value()) return *slot_->data;
         if (slot_->decoded.has_value()) return *slot_->decoded;
-        const AttachmentPart& info = Info();
-        const std::string protection = ProtectionOf(owner_.Content().tree, info.part);
-        if (!protection.empty()) return Refused(protection);
-        switch (info.kind) {
-            // A link has no data of its own.
-            case AttachmentKind::kLink: return MessagingError(kNotFound);
-            case AttachmentKind::kShortcut: return Blob::FromString(ShortcutText(Part()));
-            case AttachmentKind::kEntirePart: {
-                const MimePart& part = Part();
-                return owner_.Content().bytes.Slice(part.header_begin,
-                                                    part.content_end - part.header_begin);
-            }
-            default: break;
-        }
-        // Two different encodings cannot both be right.
-        if (AllFields(Part().header, "Content-Transfer-Encoding").size() > 1) {
-            return MessagingError(kCorruptData, "the transfer encoding is given twice");
-        }
-        Result<Blob> decoded = DecodeBlob(EncodedContent(), Part().encoding);
-        if (decoded.ok()) slot_->decoded = decoded.value();
-        return decoded;
+        Result<Blob> content = AttachmentContent(owner_.Content(), Info());
+        if (content.ok()) slot_->decoded = content.value();
+        return content;
     }
 
     Result<std::uint64_t> ExactSize() {
@@ -219,6 +189,9 @@ class MailAttachment final : public Attachment {
             const MimePart& part = Part();
             return part.content_end - part.content_begin;
         }
+        const auto& known = owner_.Content().decoded_sizes;
+        const auto told = known.find(slot_->index);
+        if (told != known.end() && !slot_->decoded.has_value()) return told->second;
         // The size of what may not be read is no secret.
         const bool is_protected = !ProtectionOf(owner_.Content().tree, info.part).empty();
         const Result<Blob> data =

@@ -122,6 +122,7 @@ class MailMessage final : public Message, public AttachmentOwner {
         const Result<std::string> doubt = WriteDoubt();
         if (!doubt.ok()) return doubt.error();
         if (!doubt.value().empty()) return MessagingError(kNoAccess, doubt.value());
+        // WriteDoubt() has seen to it that this is the message itself, not an outline.
 
         const std::vector<Splice> splices = PlanSplices(content_, edits);
         const Blob composed = ApplySplices(content_.bytes, splices);
@@ -179,7 +180,7 @@ class MailMessage final : public Message, public AttachmentOwner {
 
     Result<std::string> WriteDoubt() override {
         if (write_doubt_.has_value()) return *write_doubt_;
-        ExpectWrite();
+        TREVIX_RETURN_IF_ERROR(BeginSecondOpinion());
         if (write_doubt_.has_value()) return *write_doubt_;
         Result<std::string> difference = second_opinion_.get();
         if (!difference.ok()) return difference.error();
@@ -188,15 +189,47 @@ class MailMessage final : public Message, public AttachmentOwner {
     }
 
     void ExpectWrite() override {
-        if (write_doubt_.has_value() || second_opinion_.valid()) return;
+        // A failure shows when WriteDoubt() tries again.
+        Drop(BeginSecondOpinion());
+    }
+
+    Status BeginSecondOpinion() {
+        if (write_doubt_.has_value() || second_opinion_.valid()) return {};
+        place_.store->NoteChange();
+        if (!content_.exact) TREVIX_RETURN_IF_ERROR(ReadWhole());
+        if (write_doubt_.has_value()) return {};
         if (!content_.tree.doubt.empty()) {
             write_doubt_ = content_.tree.doubt;
-            return;
+            return {};
         }
         second_opinion_ =
             place_.session->helper.Run([message = content_.bytes, tree = content_.tree] {
                 return DisagreementOn(message, tree);
             });
+        return {};
+    }
+
+    // The message itself in the place of its outline. Where the two disagree on what is attached,
+    // nothing is written.
+    Status ReadWhole() {
+        const Result<Blob> bytes = place_.store->mail().Read(place_.folder, summary_.entry);
+        if (!bytes.ok()) return bytes.error();
+        const Result<Blob> held = Held(bytes.value());
+        if (!held.ok()) return held.error();
+        Result<ReadMessage> whole = TakeApart(held.value());
+        if (!whole.ok()) return whole.error();
+        const auto same = [](const AttachmentPart& a, const AttachmentPart& b) {
+            return a.part == b.part && a.kind == b.kind && a.name == b.name;
+        };
+        const auto& seen = content_.shape.attachments;
+        const auto& there = whole.value().shape.attachments;
+        if (!std::equal(seen.begin(), seen.end(), there.begin(), there.end(), same)) {
+            write_doubt_ = "the server tells of other attachments than the message has";
+            return {};
+        }
+        content_ = std::move(whole).value();
+        shown_ids_.reset();
+        return {};
     }
 
     void TakeSlots() {
@@ -206,6 +239,8 @@ class MailMessage final : public Message, public AttachmentOwner {
             auto slot = std::make_shared<AttachmentSlot>();
             slot->index = i;
             slot->name = NameOf(content_.shape.attachments[i]);
+            const auto decoded = content_.decoded.find(i);
+            if (decoded != content_.decoded.end()) slot->decoded = decoded->second;
             all_slots_.push_back(slot);
         }
         slots_ = all_slots_;
@@ -280,30 +315,23 @@ class MailMessage final : public Message, public AttachmentOwner {
 }  // namespace
 
 Result<std::unique_ptr<Message>> OpenMailMessage(MailPlace place, const MessageSummary& summary) {
-    Result<Blob> bytes = place.store->mail().Read(place.folder, summary.entry);
-    if (!bytes.ok()) {
-        const ErrorKind kind = bytes.error().kind;
-        if (kind == ErrorKind::kChanged || kind == ErrorKind::kGone) {
+    Result<ReadMessage> content =
+        place.store->Open(place.folder, summary.entry, place.session->helper);
+    if (!content.ok()) {
+        Error error = content.error();
+        if (error.kind == ErrorKind::kChanged || error.kind == ErrorKind::kGone) {
             place.store->State(place.folder).Distrust(summary.entry.key);
+        } else if (error.kind == ErrorKind::kMalformed) {
+            // A message beyond the limits may have no subject to be known by.
+            error.description = summary.entry.key + ": " + error.description;
         }
-        return bytes.error();
-    }
-    bytes = Held(bytes.value());
-    if (!bytes.ok()) return bytes.error();
-    Result<PartTree> tree = ReadPartTree(bytes.value());
-    if (!tree.ok()) {
-        // A message beyond the limits may have no subject to be known by.
-        Error error = tree.error();
-        error.description = summary.entry.key + ": " + error.description;
         return error;
     }
-    ReadMessage content{std::move(bytes).value(), std::move(tree).value(), {}};
-    content.shape = ShapeOf(content.tree);
     MessageSummary own = summary;
     // The summary may stem from a time when the message could not be read.
-    FillSummary(content, &own);
-    return std::unique_ptr<Message>(
-        std::make_unique<MailMessage>(std::move(place), std::move(own), std::move(content)));
+    FillSummary(content.value(), &own);
+    return std::unique_ptr<Message>(std::make_unique<MailMessage>(std::move(place), std::move(own),
+                                                                  std::move(content).value()));
 }
 
 }  // namespace trevix::mime

@@ -34,8 +34,11 @@ class LazyEntryId final : public Blob::Source {
 
 class MailRows final : public RowSet {
  public:
-    MailRows(std::string folder_id, std::shared_ptr<const FolderSummary> listing)
-        : folder_id_(std::make_shared<const std::string>(std::move(folder_id))),
+    MailRows(std::shared_ptr<OpenStore> store, const FolderNode& folder,
+             std::shared_ptr<const FolderSummary> listing)
+        : store_(std::move(store)),
+          path_(folder.path),
+          folder_id_(std::make_shared<const std::string>(folder.id)),
           listing_(std::move(listing)) {}
 
     std::size_t size() const override { return listing_->messages.size(); }
@@ -56,15 +59,22 @@ class MailRows final : public RowSet {
         }
     }
 
+    void Taken(std::vector<std::uint32_t> order) const override {
+        store_->NoteRows(path_, listing_, std::move(order));
+    }
+
  private:
+    std::shared_ptr<OpenStore> store_;
+    std::string path_;
     std::shared_ptr<const std::string> folder_id_;
     std::shared_ptr<const FolderSummary> listing_;
 };
 
 class MailMessages final : public RowMessages {
  public:
-    MailMessages(std::string folder_id, std::shared_ptr<const FolderSummary> listing)
-        : rows_(std::make_shared<const MailRows>(std::move(folder_id), std::move(listing))) {}
+    MailMessages(std::shared_ptr<OpenStore> store, const FolderNode& folder,
+                 std::shared_ptr<const FolderSummary> listing)
+        : rows_(std::make_shared<const MailRows>(std::move(store), folder, std::move(listing))) {}
 
     // Mail comes by delivery.
     Result<std::unique_ptr<Message>> Add(const std::string&) override {
@@ -90,7 +100,8 @@ Result<std::unique_ptr<Messages>> ListMailMessages(std::shared_ptr<OpenStores> /
         if (!listed.ok()) return listed.error();
         listing = std::move(listed).value();
     }
-    return std::unique_ptr<Messages>(std::make_unique<MailMessages>(folder.id, std::move(listing)));
+    return std::unique_ptr<Messages>(
+        std::make_unique<MailMessages>(std::move(store), folder, std::move(listing)));
 }
 
 PropertyFolder HiddenFolderOf(std::shared_ptr<OpenStores> session, std::shared_ptr<OpenStore> store,

@@ -52,6 +52,7 @@ class TableOverRows final : public MessageTable {
         std::vector<std::vector<Variant>> result;
         const std::size_t wanted = count < 0 ? 0 : static_cast<std::size_t>(count);
         const std::size_t end = std::min(order_.size(), next_ + wanted);
+        if (next_ == 0 && end == order_.size()) rows_->Taken(order_);
         result.reserve(end - next_);
         for (; next_ < end; ++next_) {
             std::vector<Variant>& row = result.emplace_back();

@@ -1,6 +1,7 @@
 #include "platform/mime/open_stores.h"
 
 #include <map>
+#include <utility>
 
 #include "platform/mime/entry_id.h"
 
@@ -114,6 +115,66 @@ Result<std::optional<OpenStore::Place>> OpenStore::FindAnywhere(const std::strin
         }
     }
     return std::optional<Place>();
+}
+
+void OpenStore::NoteRows(const std::string& folder, std::shared_ptr<const FolderSummary> listing,
+                         std::vector<std::uint32_t> order) {
+    upcoming_.Note(folder, std::move(listing), std::move(order));
+    use_ = MailUse::kIndex;
+}
+
+Result<ReadMessage> OpenStore::Open(const std::string& folder, const MailEntry& entry,
+                                    HelperThread& helper) {
+    const std::vector<MailEntry> expected = upcoming_.Follow(folder, entry.key);
+    if (!expected.empty()) store_->Expect(folder, expected, use_);
+
+    Ahead ahead = std::exchange(ahead_, {});
+    const bool guessed = ahead.message.valid() && ahead.folder == folder &&
+                         ahead.key == entry.key && ahead.locator == entry.locator;
+    if (guessed) {
+        Result<ReadMessage> message = ahead.message.get();
+        if (message.ok()) {
+            ReadNext(folder, helper);
+            return message;
+        }
+    }
+    Result<ReadMessage> message = ReadNow(folder, entry);
+    if (message.ok() && message.value().exact) ReadNext(folder, helper);
+    return message;
+}
+
+Result<ReadMessage> OpenStore::ReadNow(const std::string& folder, const MailEntry& entry) {
+    Result<MailOutline> outline = store_->Outline(folder, entry);
+    if (!outline.ok()) return outline.error();
+    if (outline.value().exact) {
+        const Result<Blob> bytes = Held(outline.value().skeleton);
+        if (!bytes.ok()) return bytes.error();
+        return TakeApart(bytes.value());
+    }
+    Result<ReadMessage> message = TakeApart(outline.value());
+    if (message.ok()) return message;
+    // An outline that does not hold together: the message itself decides.
+    const Result<Blob> bytes = store_->Read(folder, entry);
+    if (!bytes.ok()) return bytes.error();
+    return TakeApart(bytes.value());
+}
+
+// Only the calling thread talks to the store; the helper sees nothing but bytes. A store behind a
+// network was told what to expect and reads ahead by itself.
+void OpenStore::ReadNext(const std::string& folder, HelperThread& helper) {
+    constexpr std::uint64_t kOrdinaryBytes = std::uint64_t{4} * 1024 * 1024;
+    const MessageSummary* next = upcoming_.Next();
+    if (next == nullptr || next->entry.size_bytes > kOrdinaryBytes) return;
+    Result<MailOutline> outline = store_->Outline(folder, next->entry);
+    if (!outline.ok() || !outline.value().exact) return;
+    ahead_ = {folder, next->entry.key, next->entry.locator,
+              helper.Run([bytes = outline.value().skeleton]() -> Result<ReadMessage> {
+                  const Result<Blob> held = Held(bytes);
+                  if (!held.ok()) return held.error();
+                  Result<ReadMessage> message = TakeApart(held.value());
+                  if (message.ok()) DecodeAhead(&message.value());
+                  return message;
+              })};
 }
 
 void OpenStore::Settle() {

@@ -1,6 +1,7 @@
 // The stores that a session has open, and what all its objects share.
 #pragma once
 
+#include <future>
 #include <list>
 #include <memory>
 #include <optional>
@@ -10,7 +11,9 @@
 #include "platform/helper_thread.h"
 #include "platform/mime/folder_state.h"
 #include "platform/mime/named_properties.h"
+#include "platform/mime/read_message.h"
 #include "platform/mime/scratch_store.h"
+#include "platform/mime/upcoming.h"
 
 namespace trevix::mime {
 
@@ -50,11 +53,34 @@ class OpenStore {
     };
     Result<std::optional<Place>> FindAnywhere(const std::string& key_digest);
 
+    // Somebody took the rows of a folder's listing in this order, to open its messages.
+    void NoteRows(const std::string& folder, std::shared_ptr<const FolderSummary> listing,
+                  std::vector<std::uint32_t> order);
+
+    // The message as listed, taken apart: read before, when the guess was right. The one that will
+    // probably be next is read meanwhile, by the helper. Errors are those of MailStore::Outline()
+    // and TakeApart().
+    Result<ReadMessage> Open(const std::string& folder, const MailEntry& entry,
+                             HelperThread& helper);
+
+    // A message is about to be changed, so others of its folder will be.
+    void NoteChange() { use_ = MailUse::kChange; }
+
     // Before the store closes: see FolderState.
     void Settle();
 
  private:
+    // A message that the helper reads, as it was listed when it began.
+    struct Ahead {
+        std::string folder;
+        std::string key;
+        std::string locator;
+        std::future<Result<ReadMessage>> message;
+    };
+
     Status ReadTree();
+    Result<ReadMessage> ReadNow(const std::string& folder, const MailEntry& entry);
+    void ReadNext(const std::string& folder, HelperThread& helper);
 
     std::unique_ptr<MailStore> store_;
     SummaryCache& cache_;
@@ -64,6 +90,9 @@ class OpenStore {
     bool first_contact_ = false;
     std::vector<FolderNode> tree_;
     std::list<FolderState> states_;  // the one used last comes first
+    Upcoming upcoming_;
+    MailUse use_ = MailUse::kIndex;
+    Ahead ahead_;
 };
 
 struct OpenStores {

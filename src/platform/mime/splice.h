@@ -10,7 +10,7 @@
 
 #include "platform/blob.h"
 #include "platform/helper_thread.h"
-#include "platform/mime/message_shape.h"
+#include "platform/mime/read_message.h"
 
 namespace trevix::mime {
 
@@ -21,16 +21,6 @@ struct AttachmentEdit {
     std::optional<Blob> data;
     std::optional<std::string> name;
 };
-
-// A message with what its parts are.
-struct ReadMessage {
-    Blob bytes;
-    PartTree tree;
-    MessageShape shape;
-};
-
-// The bytes of a message of ordinary size, read into memory once; a bigger one stays where it is.
-Result<Blob> Held(const Blob& message);
 
 // One replaced range of the old message.
 struct Splice {

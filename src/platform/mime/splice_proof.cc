@@ -207,14 +207,6 @@ class Proof {
 
 }  // namespace
 
-Result<Blob> Held(const Blob& message) {
-    constexpr std::uint64_t kOrdinaryBytes = std::uint64_t{8} * 1024 * 1024;
-    if (message.size_bytes() > kOrdinaryBytes || message.in_memory() != nullptr) return message;
-    Result<std::string> bytes = message.ToString();
-    if (!bytes.ok()) return bytes.error();
-    return Blob::FromString(std::move(bytes).value());
-}
-
 Result<ReadMessage> ReadBackEdited(const ReadMessage& old, const std::vector<AttachmentEdit>& edits,
                                    const std::vector<Splice>& splices, const Blob& composed,
                                    const Blob& stored, HelperThread& helper) {
@@ -233,7 +225,9 @@ Result<ReadMessage> ReadBackEdited(const ReadMessage& old, const std::vector<Att
     if (!same.value())
         return MessagingError(kDiskError, "the store holds other bytes than written");
     if (!tree.ok()) return tree.error();
-    ReadMessage now{bytes.value(), std::move(tree).value(), {}};
+    ReadMessage now;
+    now.bytes = bytes.value();
+    now.tree = std::move(tree).value();
     if (!now.tree.doubt.empty()) return Refused(now.tree.doubt);
     now.shape = ShapeOf(now.tree);
     const Status proved = Proof(old, edits, splices, now).Check();

@@ -14,27 +14,27 @@ namespace {
 
 // So many messages are open at a time; a process has at least 1024 descriptors.
 constexpr std::size_t kBatch = 128;
+// The store is told of so many at a time.
+constexpr std::size_t kExpected = 8 * kBatch;
 // Below this a thread costs more than it brings.
 constexpr std::size_t kManyTasks = 32;
 
 struct OpenTask {
     SummaryTask* task = nullptr;
-    Blob bytes;
+    MailOutline outline;
 };
 
 void SummarizeOne(OpenTask& open) {
     SummaryTask& task = *open.task;
-    Result<PartTree> tree = ReadPartTree(open.bytes);
-    if (!tree.ok()) {
+    const Result<ReadMessage> message = TakeApart(open.outline);
+    if (!message.ok()) {
         task.summary.has_attachments = true;
         task.summary.message_class = "IPM.Note";
-        task.failed = tree.error().kind != ErrorKind::kMalformed;
+        task.failed = message.error().kind != ErrorKind::kMalformed;
     } else {
-        ReadMessage message{open.bytes, std::move(tree).value(), {}};
-        message.shape = ShapeOf(message.tree);
-        FillSummary(message, &task.summary);
+        FillSummary(message.value(), &task.summary);
     }
-    open.bytes = Blob();
+    open.outline = {};
 }
 
 void SummarizeBatch(std::vector<OpenTask>& batch) {
@@ -43,7 +43,10 @@ void SummarizeBatch(std::vector<OpenTask>& batch) {
         for (std::size_t i = next++; i < batch.size(); i = next++)
             SummarizeOne(batch[i]);
     };
-    if (batch.size() < kManyTasks) return work();
+    // Contents that are not there yet come through the store, which knows one thread.
+    const bool at_hand = std::all_of(batch.begin(), batch.end(),
+                                     [](const OpenTask& open) { return open.outline.exact; });
+    if (batch.size() < kManyTasks || !at_hand) return work();
     std::thread helper;
     try {
         helper = std::thread(work);
@@ -52,6 +55,14 @@ void SummarizeBatch(std::vector<OpenTask>& batch) {
     }
     work();
     if (helper.joinable()) helper.join();
+}
+
+void Expect(MailStore& store, const std::string& folder, const std::vector<SummaryTask>& tasks,
+            std::size_t begin) {
+    std::vector<MailEntry> entries;
+    for (std::size_t i = begin; i < std::min(begin + kExpected, tasks.size()); ++i)
+        entries.push_back(tasks[i].summary.entry);
+    store.Expect(folder, entries, MailUse::kSummary);
 }
 
 }  // namespace
@@ -67,14 +78,15 @@ void Summarize(MailStore& store, const std::string& folder, std::vector<SummaryT
     StartGmime();
     for (std::size_t begin = 0; begin < tasks->size(); begin += kBatch) {
         const std::size_t end = std::min(begin + kBatch, tasks->size());
+        if (begin % kExpected == 0) Expect(store, folder, *tasks, begin);
         std::vector<OpenTask> batch;
         for (std::size_t i = begin; i < end; ++i) {
             SummaryTask& task = (*tasks)[i];
-            Result<Blob> bytes = store.Read(folder, task.summary.entry);
-            if (bytes.ok()) {
-                batch.push_back({&task, std::move(bytes).value()});
-            } else if (bytes.error().kind == ErrorKind::kGone ||
-                       bytes.error().kind == ErrorKind::kNotFound) {
+            Result<MailOutline> outline = store.Outline(folder, task.summary.entry);
+            if (outline.ok()) {
+                batch.push_back({&task, std::move(outline).value()});
+            } else if (outline.error().kind == ErrorKind::kGone ||
+                       outline.error().kind == ErrorKind::kNotFound) {
                 task.gone = true;
             } else {
                 task.failed = true;

@@ -29,6 +29,13 @@ class BorrowedStore final : public MailStore {
     Result<Blob> Read(const std::string& folder, const MailEntry& entry) override {
         return store_.Read(folder, entry);
     }
+    void Expect(const std::string& folder, const std::vector<MailEntry>& entries,
+                MailUse use) override {
+        store_.Expect(folder, entries, use);
+    }
+    Result<MailOutline> Outline(const std::string& folder, const MailEntry& entry) override {
+        return store_.Outline(folder, entry);
+    }
     Result<std::unique_ptr<StagedMail>> Stage(const std::string& folder, const MailEntry& entry,
                                               const Blob& content) override {
         return store_.Stage(folder, entry, content);
