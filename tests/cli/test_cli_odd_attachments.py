@@ -5,7 +5,7 @@ import io
 import zipfile
 
 import ctl
-from test_cli_index import LINK, IndexCase, deliver, zip_of
+from index_case import LINK, IndexCase, deliver, zip_of
 
 
 def link_to(path):

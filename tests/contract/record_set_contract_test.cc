@@ -1,10 +1,11 @@
-#include "contract/record_set_contract.h"
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
+#include "contract/record_set_files.h"
+#include "contract/record_set_records.h"
+#include "contract/record_set_search.h"
 #include "platform/recordset/factory.h"
 
 namespace trevix::contract {
