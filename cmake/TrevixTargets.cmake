@@ -49,6 +49,11 @@ function(trevix_test name)
   add_executable(${name} ${ARG_SOURCES})
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
   target_link_libraries(${name} PRIVATE ${ARG_USES} trevix_settings GTest::gmock_main)
+  if(TREVIX_SANITIZE)
+    # The product's code is what is looked at; looking at the tests' own as well, with every local
+    # variable in the debug data, took a third of the whole build.
+    target_compile_options(${name} PRIVATE -fno-sanitize=undefined -g1)
+  endif()
   gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
     PROPERTIES LABELS "${ARG_LABEL}" TIMEOUT ${ARG_TIMEOUT})
 endfunction()
