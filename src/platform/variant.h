@@ -15,7 +15,7 @@ namespace trevix {
 struct Date {
     double days = 0;
     friend bool operator==(const Date&, const Date&) = default;
-    friend auto operator<=>(const Date&, const Date&) = default;
+    friend auto operator<=>(const Date&, const Date&) = default;  // NOLINT(modernize-use-nullptr)
 };
 
 // A cell that has no value but a reason (in a message table: a property that the row lacks).
