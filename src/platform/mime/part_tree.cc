@@ -99,7 +99,12 @@ class TreeReader {
             if (!newline.ok()) return newline.error();
             part.content_end -= newline.value();
         }
+        // The line end before the boundary line may be the blank line of an empty part's header: of
+        // this one's, or of the last one inside.
         part.content_end = std::max(part.content_end, part.content_begin);
+        if (!part.children.empty()) {
+            part.content_end = std::max(part.content_end, Part(part.children.back()).content_end);
+        }
         return {};
     }
 

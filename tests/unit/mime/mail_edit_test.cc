@@ -446,6 +446,41 @@ TEST(MailDelete, KeepsAnOuterBoundaryBehindAnUnclosedMultipart) {
     EXPECT_EQ(world.Stored(), head + "\n--out--\n");
 }
 
+TEST(MailDelete, LeavesTheHeaderOfAnEmptyPartBeforeItWhole) {
+    World world;
+    const std::string text =
+        "Subject: n\nMIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=o\n\n"
+        "--o\nContent-Type: multipart/mixed; boundary=i\n\n"
+        "--i\nContent-Type: application/pdf; name=empty.pdf\n\n"
+        "--o\nContent-Type: application/pdf; name=two.pdf\n\ntwo\n";
+    auto message = world.Open(text);
+    ASSERT_EQ(CountOf(*message), 2);
+    ASSERT_TRUE(ItemOf(*message, 2)->Delete().ok());
+
+    const bool saved = message->Update().ok();
+
+    EXPECT_EQ(world.Stored(), saved ? text.substr(0, text.rfind("--o")) : text);
+}
+
+TEST(MailDelete, PlansApartWhereAnEmptyPartEndsTwoLevels) {
+    const ReadMessage message = ReadForProof(
+        "Content-Type: multipart/mixed; boundary=o\n\n"
+        "--o\nContent-Type: multipart/mixed; boundary=i\n\n"
+        "--i\nContent-Type: application/pdf; name=empty.pdf\n\n"
+        "--o\nContent-Type: application/pdf; name=two.pdf\n\ntwo\n");
+    ASSERT_EQ(message.shape.attachments.size(), 2U);
+    AttachmentEdit first;
+    first.deleted = true;
+    AttachmentEdit second;
+    second.attachment = 1;
+    second.deleted = true;
+
+    const std::vector<Splice> splices = PlanSplices(message, {first, second});
+
+    ASSERT_EQ(splices.size(), 2U);
+    EXPECT_LE(splices[0].end, splices[1].begin);
+}
+
 TEST(MailDelete, RefusesWhenTheTextWouldBecomeAnotherPart) {
     // The emptied inner multipart would give an empty text before the one that is the body now.
     World world;
