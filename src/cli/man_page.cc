@@ -16,7 +16,7 @@ namespace {
 
 // "-n" and "--dry-run" as the formatter's flag macro takes them, which adds the first hyphen.
 std::string FlagMacro(const std::string& name) {
-    return "Fl " + RoffText(std::string_view(name).substr(1));
+    return "Fl " + RoffText(std::string_view{name}.substr(1));
 }
 
 bool IsUpper(const std::string& word) {

@@ -144,7 +144,7 @@ Status CheckStored(const Setting& setting, const Variant& stored) {
     }
     if (converted.ok()) return {};
     const auto text = ToText(stored);
-    const std::string shown = text.ok() ? text.value() : "";
+    std::string shown = text.ok() ? text.value() : "";
     if (converted.error().kind == ErrorKind::kOverflow) return DoesNotFit(shown + " is too large");
     return DoesNotFit("\"" + shown + "\" is not " +
                       (setting.kind == SettingKind::kBoolean ? "a yes or no" : "a number"));

@@ -88,7 +88,7 @@ Result<Blob> Spool::Keep(const Blob& content) {
     Blob kept(std::make_shared<SpooledBytes>(file_, begin, content.size_bytes()));
     std::uint64_t at = begin;
     TREVIX_RETURN_IF_ERROR(content.ForEachPiece([&](const char* bytes, std::size_t count) {
-        const Status written = file_->Write(at, bytes, count, directory_);
+        Status written = file_->Write(at, bytes, count, directory_);
         at += count;
         return written;
     }));
