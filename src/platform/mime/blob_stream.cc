@@ -5,7 +5,7 @@
 namespace trevix::mime {
 namespace {
 
-constexpr std::size_t kBufferBytes = 64 * 1024;
+constexpr std::size_t kBufferBytes = std::size_t{64} * 1024;
 
 // The instance as GObject allocates it; `state` is made and deleted by hand.
 struct StreamState {

@@ -24,8 +24,8 @@ Date DateFromUnixNs(std::int64_t ns) {
     // Before day 0 the fraction still counts forward, so it is put behind the whole part.
     if (day < 0) return {static_cast<double>(static_cast<long double>(day) - fraction)};
     if (rest % kSecond == 0) {
-        return {static_cast<double>(day * kSecondsOfDay + rest / kSecond) /
-                static_cast<double>(kSecondsOfDay)};
+        const std::int64_t seconds = day * kSecondsOfDay + rest / kSecond;
+        return {static_cast<double>(seconds) / static_cast<double>(kSecondsOfDay)};
     }
     const long double exact = static_cast<long double>(day) + fraction;
     auto days = static_cast<double>(exact);

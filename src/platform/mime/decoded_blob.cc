@@ -7,7 +7,7 @@
 namespace trevix::mime {
 namespace {
 
-constexpr std::size_t kPieceBytes = 64 * 1024;
+constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
 
 using StepFunction = DecodeStep (*)(const char*, std::size_t, bool, char*);
 

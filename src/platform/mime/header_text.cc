@@ -11,7 +11,7 @@ namespace trevix::mime {
 namespace {
 
 // A header value can be megabytes of rubbish; what is shown of it need not be.
-constexpr std::size_t kLongestText = 64 * 1024;
+constexpr std::size_t kLongestText = std::size_t{64} * 1024;
 
 struct FreeText {
     void operator()(char* text) const { g_free(text); }

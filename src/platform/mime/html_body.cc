@@ -103,7 +103,7 @@ Attributes ReadAttributes(std::string_view html, std::size_t at) {
 }
 
 // The value as it stands between double quotes, on one line, never ending the tag early.
-std::string AttributeText(std::string value) {
+std::string AttributeText(const std::string& value) {
     std::string flat;
     for (const char c : value)
         flat += IsSpace(c) ? ' ' : c;

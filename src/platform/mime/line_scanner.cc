@@ -4,8 +4,8 @@ namespace trevix::mime {
 namespace {
 
 // Most messages end within the first piece, and of the others only the header may be wanted.
-constexpr std::size_t kFirstBytes = 16 * 1024;
-constexpr std::size_t kMoreBytes = 256 * 1024;
+constexpr std::size_t kFirstBytes = std::size_t{16} * 1024;
+constexpr std::size_t kMoreBytes = std::size_t{256} * 1024;
 
 }  // namespace
 
@@ -14,7 +14,7 @@ Status LineScanner::Fill(std::uint64_t offset) {
     const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(want, size_ - offset));
     buffer_.resize(count);
     buffer_begin_ = offset;
-    const Status read = blob_.ReadAt(offset, buffer_.data(), count);
+    Status read = blob_.ReadAt(offset, buffer_.data(), count);
     if (!read.ok()) buffer_.clear();
     return read;
 }

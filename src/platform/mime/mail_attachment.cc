@@ -203,7 +203,7 @@ class MailAttachment final : public Attachment {
     std::string DisplayName() {
         const std::string text = DecodeHeaderText(FirstField(Part().header, "Content-Description"));
         if (Info().kind == AttachmentKind::kLink) {
-            const std::string path = Part().type.Parameter("url");
+            std::string path = Part().type.Parameter("url");
             if (!path.empty()) return path;
         }
         return text.empty() ? slot_->name : text;

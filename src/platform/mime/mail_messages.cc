@@ -59,8 +59,8 @@ class MailRows final : public RowSet {
         }
     }
 
-    void Taken(std::vector<std::uint32_t> order) const override {
-        store_->NoteRows(path_, listing_, std::move(order));
+    void Taken(const std::vector<std::uint32_t>& order) const override {
+        store_->NoteRows(path_, listing_, order);
     }
 
  private:

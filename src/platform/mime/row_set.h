@@ -22,7 +22,7 @@ class RowSet {
     // The property of a row (by its original position); an ErrorValue when the row lacks it.
     virtual Variant Cell(std::size_t row, PropertyTag tag) const = 0;
     // Somebody took all rows of a table in this order, and will probably open them so.
-    virtual void Taken(std::vector<std::uint32_t> /*order*/) const {}
+    virtual void Taken(const std::vector<std::uint32_t>& /*order*/) const {}
 };
 
 // Implemented by every message collection of this adapter.
