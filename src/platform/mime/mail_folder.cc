@@ -39,7 +39,7 @@ class MailFolderObject final : public Folder {
     }
 
     Result<std::unique_ptr<Messages>> MessageList() override {
-        return ListMailMessages(session_, store_, node_);
+        return ListMailMessages(store_, node_);
     }
 
     Result<std::unique_ptr<Messages>> HiddenMessages() override {

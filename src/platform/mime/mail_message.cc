@@ -254,7 +254,7 @@ class MailMessage final : public Message, public AttachmentOwner {
                            !part.disposition.Parameter("filename").empty() ||
                            !FirstField(part.header, "Content-Description").empty();
         if (named || part.encoding != TransferEncoding::kIdentity) return attachment.name;
-        constexpr std::uint64_t kHeaderBytes = 16 * 1024;
+        constexpr std::uint64_t kHeaderBytes = std::uint64_t{16} * 1024;
         const std::uint64_t size = std::min(part.content_end - part.content_begin, kHeaderBytes);
         const Result<std::string> head = content_.bytes.Slice(part.content_begin, size).ToString();
         if (!head.ok()) return attachment.name;

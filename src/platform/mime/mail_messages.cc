@@ -91,8 +91,7 @@ class MailMessages final : public RowMessages {
 
 }  // namespace
 
-Result<std::unique_ptr<Messages>> ListMailMessages(std::shared_ptr<OpenStores> /*session*/,
-                                                   std::shared_ptr<OpenStore> store,
+Result<std::unique_ptr<Messages>> ListMailMessages(std::shared_ptr<OpenStore> store,
                                                    const FolderNode& folder) {
     std::shared_ptr<const FolderSummary> listing = std::make_shared<FolderSummary>();
     if (folder.holds_messages) {
@@ -104,8 +103,8 @@ Result<std::unique_ptr<Messages>> ListMailMessages(std::shared_ptr<OpenStores> /
         std::make_unique<MailMessages>(std::move(store), folder, std::move(listing)));
 }
 
-PropertyFolder HiddenFolderOf(std::shared_ptr<OpenStores> session, std::shared_ptr<OpenStore> store,
-                              const FolderNode& folder) {
+PropertyFolder HiddenFolderOf(std::shared_ptr<OpenStores> session,
+                              const std::shared_ptr<OpenStore>& store, const FolderNode& folder) {
     const bool is_inbox = folder.holds_messages && folder.path == store->mail().inbox_path();
     HiddenMailStore* mails = is_inbox ? &store->mail().Hidden() : nullptr;
     return {std::move(session), mails, folder.id};

@@ -13,7 +13,7 @@ namespace {
 constexpr const char* kNote = "IPM.Note";
 
 // Reports and calendars say what they are within their first lines.
-constexpr std::uint64_t kContentBytes = 256 * 1024;
+constexpr std::uint64_t kContentBytes = std::uint64_t{256} * 1024;
 
 const MimePart& At(const PartTree& tree, int index) {
     return tree.parts[static_cast<std::size_t>(index)];
@@ -189,15 +189,15 @@ std::string MessageClassOf(const Blob& message, const PartTree& tree, const Mess
         return clear ? "IPM.Note.SMIME.MultipartSigned" : "IPM.Note.SMIME";
     }
     if (root.IsType("multipart/report")) {
-        const std::string report = ReportClass(message, tree);
+        std::string report = ReportClass(message, tree);
         if (report != kNote) return report;
     }
     const int calendar = BodyCalendar(tree, shape);
     if (calendar >= 0) {
-        const std::string meeting = CalendarClass(message, tree, calendar);
+        std::string meeting = CalendarClass(message, tree, calendar);
         if (meeting != kNote) return meeting;
     }
-    const std::string by_content =
+    std::string by_content =
         CleanClass(ContentClassClass(FirstField(root.header, "Content-Class")));
     if (by_content != kNote) return by_content;
     const bool news =

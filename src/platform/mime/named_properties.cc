@@ -30,7 +30,7 @@ const NamedProperties::Name* NamedProperties::NameOf(PropertyTag tag) const {
 }
 
 std::string CanonicalPropertySet(const std::string& set) {
-    const std::string upper = AsciiUpper(set);
+    std::string upper = AsciiUpper(set);
     if (upper.size() != 32 || upper.find_first_not_of("0123456789ABCDEF") != std::string::npos) {
         return upper;
     }

@@ -187,7 +187,7 @@ int PollLoop::WaitMilliseconds() {
     }
     if (earliest == std::numeric_limits<std::int64_t>::max()) return -1;
     const std::int64_t wait = (earliest - Now() + kMillisecond - 1) / kMillisecond;
-    return static_cast<int>(std::clamp<std::int64_t>(wait, 0, 60 * 60 * 1000));
+    return static_cast<int>(std::clamp<std::int64_t>(wait, 0, std::int64_t{60} * 60 * 1000));
 }
 
 }  // namespace trevix::posix
