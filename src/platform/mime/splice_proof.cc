@@ -234,7 +234,7 @@ Result<ReadMessage> ReadBackEdited(const ReadMessage& old, const std::vector<Att
     const Result<std::string> difference = second.get();
     if (!difference.ok()) return difference.error();
     if (!difference.value().empty()) return Refused(difference.value());
-    TREVIX_RETURN_IF_ERROR(proved);
+    if (!proved.ok()) return proved.error();
     return now;
 }
 
