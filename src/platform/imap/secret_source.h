@@ -2,6 +2,7 @@
 // process sees it, nor in the environment, which all children inherit.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -25,9 +26,10 @@ struct SecretSource {
 // Gives the password. Asked once for each connection, since tokens expire.
 using SecretReader = std::function<Result<Secret>()>;
 
-// Fetches the password. A command gets a minute, no input, and this program's environment and
-// standard error; its group is killed after that. Errors are kDenied and say where the source was
-// named; none repeats a part of the secret.
-Result<Secret> ReadSecret(const SecretSource& source);
+// Fetches the password. A command is looked for in $PATH and started without a shell, with no input
+// and this program's environment and standard error; after a minute it is killed. Errors are
+// kDenied and say where the source was named; none repeats a part of the secret.
+Result<Secret> ReadSecret(const SecretSource& source,
+                          std::chrono::milliseconds patience = std::chrono::minutes(1));
 
 }  // namespace trevix::imap

@@ -33,4 +33,6 @@ Result<ServerAddress> ParseServerAndUser(const std::string& server, const std::s
 // goes for an address without a scheme.
 std::string AddressText(const ServerAddress& address, Security security = Security::kTls);
 
+std::uint16_t DefaultPort(Security security);
+
 }  // namespace trevix::imap

@@ -8,7 +8,6 @@
 //     password_file = /etc/trevix/master.password
 //
 //     [ann@imap.example.org]
-//     login = ann
 //     password_command = secret-tool lookup mail ann
 //
 // Lines that begin with "#" or ";" are comments. The entries:
@@ -19,7 +18,8 @@
 //     ca_file           who is trusted to name the server, PEM; instead of the system's list
 //     auth              password (usual) or xoauth2, where the password is an access token
 //     login             who logs in, when it is not the user: a master user. With "%u" it is a form
-//                       in which the user's name is filled in ("%u*master")
+//                       in which the user's name is filled in ("%u*master"). It does not go for a
+//                       password that only the user's own section names
 //     password_command  prints the password; no shell, "%u" and "%h" are the user and the host
 //     password_file     holds the password in its first line, for its owner's eyes only
 //     password_credential   the name of a credential that the service manager hands over
