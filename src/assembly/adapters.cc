@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <utility>
 
-#include "platform/associated/associated_store.h"
-#include "platform/maildir/maildir_store.h"
 #include "platform/mime/messaging_factory.h"
 #include "platform/summary_cache/memory_summary_cache.h"
 #include "platform/summary_cache/sqlite_summary_cache.h"
@@ -26,11 +24,6 @@ posix::FileSystemPlaces PlacesFor(const AdapterPlan& plan) {
 
 std::string OneOf(const std::string& wanted, const std::string& usual) {
     return wanted.empty() ? usual : wanted;
-}
-
-Result<std::unique_ptr<MailStore>> OpenPlainly(const std::string& path, Clock& clock) {
-    return maildir::OpenMaildir(path, std::make_unique<associated::AssociatedStore>(path, clock),
-                                clock, maildir::Leftovers::kFinish);
 }
 
 // $XDG_CACHE_HOME/trevix, by default below ~/.cache; without a home nothing is kept.
@@ -57,10 +50,7 @@ Adapters::Adapters(const AdapterPlan& plan)
       registry_(OneOf(plan.user_settings, registry::UserFilePath()),
                 OneOf(plan.machine_settings, registry::kMachineFilePath)),
       provider_(profiles::ProfileFile(profiles::ProfileFilePath()),
-                {{"maildir",
-                  [this, open = plan.open_maildir](const std::string& path) {
-                      return open ? open(path, clock_) : OpenPlainly(path, clock_);
-                  }}}),
+                FactoriesFor(plan.stores, clock_)),
       cache_(CacheFor(plan)),
       messaging_(mime::MessagingFactoryOver(provider_, *cache_, clock_)) {}
 

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "assembly/open_stores.h"
 #include "platform/eventlog/system_event_log.h"
 #include "platform/ports.h"
 #include "platform/posix/poll_loop.h"
@@ -36,9 +37,7 @@ struct AdapterPlan {
     // False: what is learnt of messages is forgotten with the process.
     bool keeps_summaries = true;
 
-    // How a Maildir is opened; empty for plainly, finishing what a killed process left.
-    std::function<Result<std::unique_ptr<MailStore>>(const std::string& path, Clock& clock)>
-        open_maildir;
+    StorePlan stores;
 };
 
 class Adapters {

@@ -215,9 +215,9 @@ WorldPlan PlanOf(const Options& options, std::vector<OverlayValue> values) {
     return plan;
 }
 
-int RunHere(const Options& options, std::vector<OverlayValue> values, const std::string& name,
+int RunHere(const Options& options, std::vector<OverlayValue> values, const StoreName& name,
             Console& console) {
-    RunErrors errors(name, console);
+    RunErrors errors(name.Text(), console);
     WorldPlan plan = PlanOf(options, std::move(values));
     plan.show_error = errors.Shower();
     const auto world = World::Open(plan, name, console);
@@ -225,12 +225,12 @@ int RunHere(const Options& options, std::vector<OverlayValue> values, const std:
     const auto folder_ids = FolderIds(*world, options.folders, console);
     if (!folder_ids) return NotRun(options, kExitFailed, console);
     LocalRuns runs(*world);
-    return RunOn(runs, options, *folder_ids, name, errors, console);
+    return RunOn(runs, options, *folder_ids, name.Text(), errors, console);
 }
 
 // The service of this user works on mail that this program can look into; which folders are meant
 // is found out here. That of the system gets no folders, which stands for the default store.
-std::optional<std::string> FolderIdsForService(const Options& options, const std::string& name,
+std::optional<std::string> FolderIdsForService(const Options& options, const StoreName& name,
                                                Console& console) {
     if (options.service.bus() == ServiceBus::kSystem) return std::string();
     WorldPlan plan = PlanOf(options, {});
@@ -241,13 +241,13 @@ std::optional<std::string> FolderIdsForService(const Options& options, const std
     return FolderIds(*world, options.folders, console);
 }
 
-int RunInService(const Options& options, const std::string& name, Console& console) {
+int RunInService(const Options& options, const StoreName& name, Console& console) {
     const auto folder_ids = FolderIdsForService(options, name, console);
     if (!folder_ids) return NotRun(options, kExitFailed, console);
-    RunErrors errors(name, console);
+    RunErrors errors(name.Text(), console);
     const auto runs = ServiceRuns::Open(options.service.bus(), name, errors.Shower(), console);
     if (runs == nullptr) return NotRun(options, kExitFailed, console);
-    return RunOn(*runs, options, *folder_ids, name, errors, console);
+    return RunOn(*runs, options, *folder_ids, name.Text(), errors, console);
 }
 
 // What the service's own settings and places decide cannot be said here.

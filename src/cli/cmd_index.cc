@@ -73,8 +73,8 @@ int RunOn(Runs& runs, const Options& options, const std::string& store_ids, cons
     return EndWith(phase.SummaryFields(), exit_code, console);
 }
 
-int RunHere(const Options& options, const std::string& name, Console& console) {
-    RunErrors errors(name, console);
+int RunHere(const Options& options, const StoreName& name, Console& console) {
+    RunErrors errors(name.Text(), console);
     WorldPlan plan = PlanOf(options);
     plan.show_error = errors.Shower();
     const auto world = World::Open(plan, name, console);
@@ -82,11 +82,11 @@ int RunHere(const Options& options, const std::string& name, Console& console) {
     const auto store_ids = StoreIds(*world->state().gMAPISession, console);
     if (!store_ids) return NotRun(kExitFailed, console);
     LocalRuns runs(*world);
-    return RunOn(runs, options, *store_ids, name, errors, console);
+    return RunOn(runs, options, *store_ids, name.Text(), errors, console);
 }
 
 // See the compression run: the service of the system is asked for its default store.
-std::optional<std::string> StoreIdsForService(const Options& options, const std::string& name,
+std::optional<std::string> StoreIdsForService(const Options& options, const StoreName& name,
                                               Console& console) {
     if (options.service.bus() == ServiceBus::kSystem) return std::string();
     WorldPlan plan = PlanOf(options);
@@ -97,13 +97,13 @@ std::optional<std::string> StoreIdsForService(const Options& options, const std:
     return StoreIds(*world->state().gMAPISession, console);
 }
 
-int RunInService(const Options& options, const std::string& name, Console& console) {
+int RunInService(const Options& options, const StoreName& name, Console& console) {
     const auto store_ids = StoreIdsForService(options, name, console);
     if (!store_ids) return NotRun(kExitFailed, console);
-    RunErrors errors(name, console);
+    RunErrors errors(name.Text(), console);
     const auto runs = ServiceRuns::Open(options.service.bus(), name, errors.Shower(), console);
     if (runs == nullptr) return NotRun(kExitFailed, console);
-    return RunOn(*runs, options, *store_ids, name, errors, console);
+    return RunOn(*runs, options, *store_ids, name.Text(), errors, console);
 }
 
 int Run(const Options& options, Console& console) {

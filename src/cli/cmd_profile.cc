@@ -2,6 +2,7 @@
 #include <CLI/App.hpp>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "cli/exit_codes.h"
 #include "cli/store_choice.h"
 #include "cli/text_format.h"
+#include "platform/imap/server_address.h"
 #include "platform/posix/posix_file_system.h"
 #include "platform/profiles/profile_file.h"
 
@@ -19,6 +21,7 @@ struct Options {
     std::string name;
     std::string user;
     std::vector<std::string> maildirs;
+    std::vector<std::string> addresses;
     std::string inbox;
     bool json = false;
 };
@@ -36,24 +39,55 @@ int Complain(const Error& error, Console& console) {
     return kExitFailed;
 }
 
-int Add(const Options& options, Console& console) {
-    if (options.name.find(':') != std::string::npos) {
-        console.Complain({options.name, "a profile's name has no colon", "choose another name"});
-        return kExitUsage;
-    }
-    profiles::Profile profile;
-    profile.name = options.name;
-    profile.user = options.user;
+// A mailbox's address in its usual spelling. Nothing after a complaint, which does not repeat the
+// text: a password may stand in it.
+std::optional<std::string> MailboxAddress(const std::string& text, Console& console) {
+    const auto address = imap::ParseAddress(text);
+    if (address.ok()) return imap::AddressText(address.value());
+    console.Complain({"store address", address.error().description, ""});
+    return std::nullopt;
+}
+
+// The stores of the options in the order that they have in the profile: directories before servers.
+bool TakeStores(const Options& options, profiles::Profile& profile, Console& console) {
     posix::PosixFileSystem files;
     for (const std::string& directory : options.maildirs) {
         const std::string path = AbsolutePath(directory);
         if (!files.DirectoryExists(path)) {
             console.Complain({path, "no such directory", "give the directory of a Maildir"});
-            return kExitFailed;
+            return false;
         }
         profile.stores.push_back("maildir:" + path);
     }
-    if (!options.inbox.empty()) profile.inbox = "maildir:" + AbsolutePath(options.inbox);
+    for (const std::string& text : options.addresses) {
+        const auto address = MailboxAddress(text, console);
+        if (!address) return false;
+        profile.stores.push_back(*address);
+    }
+    if (options.inbox.empty()) return true;
+    if (options.inbox.find("://") == std::string::npos) {
+        profile.inbox = "maildir:" + AbsolutePath(options.inbox);
+        return true;
+    }
+    const auto inbox = MailboxAddress(options.inbox, console);
+    if (inbox) profile.inbox = *inbox;
+    return inbox.has_value();
+}
+
+int Add(const Options& options, Console& console) {
+    if (options.name.find(':') != std::string::npos) {
+        console.Complain({options.name, "a profile's name has no colon", "choose another name"});
+        return kExitUsage;
+    }
+    if (options.maildirs.empty() && options.addresses.empty()) {
+        console.Complain({options.name, "a profile needs a store",
+                          "give one with --maildir DIR or --store ADDRESS"});
+        return kExitUsage;
+    }
+    profiles::Profile profile;
+    profile.name = options.name;
+    profile.user = options.user;
+    if (!TakeStores(options, profile, console)) return kExitFailed;
     const Status added = File().Add(profile);
     return added.ok() ? kExitDone : Complain(added.error(), console);
 }
@@ -94,15 +128,21 @@ Runner AttachProfile(CLI::App& app) {
     app.require_subcommand(1);
 
     CLI::App* add =
-        AddSubCommand(app, "add", "Add a profile", "profile add NAME --maildir DIR [OPTIONS]",
-                      "trevixctl profile add home --maildir ~/Maildir --user \"Ann Example\"");
+        AddSubCommand(app, "add", "Add a profile", "profile add NAME [OPTIONS]",
+                      "trevixctl profile add home --maildir ~/Maildir --user \"Ann Example\"\n"
+                      "trevixctl profile add work --store imaps://ann@imap.example.org");
     add->add_option("NAME", options->name, "Its name")->required();
     add->add_option("--maildir", options->maildirs, "A mail directory; may be given several times")
         ->type_name("DIR")
-        ->required()
         ->allow_extra_args(false);
-    add->add_option("--inbox", options->inbox, "Which of them holds the Inbox (default: the first)")
-        ->type_name("DIR");
+    add->add_option("--store", options->addresses,
+                    "A mailbox on a server, \"imaps://user@host\"; may be given several times")
+        ->type_name("ADDRESS")
+        ->allow_extra_args(false);
+    add->add_option(
+           "--inbox", options->inbox,
+           "Which of them holds the Inbox (default: the first, directories before servers)")
+        ->type_name("STORE");
     add->add_option("--user", options->user, "The owner's name (default: the login name)")
         ->type_name("NAME");
 

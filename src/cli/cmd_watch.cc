@@ -132,7 +132,7 @@ int Show(const Options& options, Console& console) {
         return kExitUsage;
     }
     // Problems are told at any time, not only while a folder is gone through.
-    RunErrors errors(*name, console);
+    RunErrors errors(name->Text(), console);
     const std::string no_folder;
     errors.In(&no_folder);
     const auto runs = ServiceRuns::Open(options.service().bus(), *name, errors.Shower(), console);

@@ -8,6 +8,7 @@ inline constexpr int kExitFailed = 1;
 inline constexpr int kExitUsage = 2;
 inline constexpr int kExitSomeFailed = 3;  // the run finished, some messages were left as they were
 inline constexpr int kExitHeld = 75;       // another run holds the store
+inline constexpr int kExitTimeUp = 124;    // --max-time was over; the next run goes on
 inline constexpr int kExitCancelled = 130;  // by the user
 
 struct ExitMeaning {
@@ -22,6 +23,7 @@ inline constexpr ExitMeaning kExitMeanings[] = {
     {kExitUsage, "usage"},
     {kExitSomeFailed, "finished but some messages failed"},
     {kExitHeld, "another run holds the store"},
+    {kExitTimeUp, "the time was up before all was done"},
     {kExitCancelled, "cancelled"},
 };
 

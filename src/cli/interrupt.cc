@@ -22,6 +22,7 @@ std::atomic<const char*> g_last_words{""};
 extern "C" void OnSignal(int /*signal*/) {
     if (g_signals.fetch_add(1) > 0) {
         const char* words = g_last_words.load();
+        if (words == nullptr) return;
         static_cast<void>(::write(STDERR_FILENO, words, std::strlen(words)));
         ::_exit(kExitCancelled);
     }

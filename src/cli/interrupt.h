@@ -17,7 +17,9 @@ inline constexpr const char* kLeftServiceText =
 class Interrupt {
  public:
     // From now on and until this object goes, `cancel` is called from the loop for the first
-    // signal; the second one says `last_words`, a constant text. At most one object at a time.
+    // signal; the second one says `last_words`, a constant text, and ends the program. With null
+    // the second one does nothing: whoever sends it may not know of the first. At most one object
+    // at a time.
     Interrupt(posix::PollLoop& loop, const char* last_words, std::function<void()> cancel);
     Interrupt(const Interrupt&) = delete;
     Interrupt& operator=(const Interrupt&) = delete;

@@ -75,7 +75,7 @@ Complaint LossComplaint(const std::string& loss) {
             "nothing is lost; start again, in five minutes at most the store counts as free"};
 }
 
-std::unique_ptr<ServiceRuns> ServiceRuns::Open(ServiceBus bus, const std::string& logon_name,
+std::unique_ptr<ServiceRuns> ServiceRuns::Open(ServiceBus bus, const StoreName& name,
                                                EventEcho::Show show_problem, Console& console) {
     auto connection = dbus::Connection::Open(BusOf(bus));
     if (!connection.ok()) {
@@ -86,14 +86,14 @@ std::unique_ptr<ServiceRuns> ServiceRuns::Open(ServiceBus bus, const std::string
         new ServiceRuns(std::move(connection).value(), std::move(show_problem)));
     std::string refusal;
     Status opened = runs->CreateSession();
-    if (opened.ok()) opened = runs->LogOn(logon_name, refusal);
+    if (opened.ok()) opened = runs->LogOn(name, refusal);
     if (opened.ok() && refusal.empty()) opened = runs->FindRuns();
     if (!opened.ok()) {
         ComplainOfService(bus, opened.error(), console);
         return nullptr;
     }
     if (!refusal.empty()) {
-        console.Complain(RefusalComplaint(logon_name, refusal));
+        console.Complain(RefusalComplaint(name.Text(), refusal));
         return nullptr;
     }
     return runs;
@@ -132,8 +132,12 @@ Status ServiceRuns::CreateSession() {
 }
 
 // A log-on that was refused is no failure of the bus: `refusal` says why.
-Status ServiceRuns::LogOn(const std::string& logon_name, std::string& refusal) {
-    const auto logged_on = connection_->Call(session_, "Logon", {logon_name}, kLogonMicroseconds);
+Status ServiceRuns::LogOn(const StoreName& name, std::string& refusal) {
+    if (name.profile.empty()) {
+        TREVIX_RETURN_IF_ERROR(connection_->Set(session_, "Server", name.server));
+        TREVIX_RETURN_IF_ERROR(connection_->Set(session_, "Alias", name.alias));
+    }
+    const auto logged_on = connection_->Call(session_, "Logon", {name.profile}, kLogonMicroseconds);
     if (!logged_on.ok()) return logged_on.error();
     const auto state = connection_->Get(session_, "State");
     if (!state.ok()) return state.error();

@@ -6,6 +6,7 @@
 
 #include "cli/console.h"
 #include "cli/runs.h"
+#include "cli/store_name.h"
 #include "platform/dbus/connection.h"
 #include "platform/posix/system_clock.h"
 #include "shell/event_echo.h"
@@ -16,9 +17,9 @@ enum class ServiceBus { kSession, kSystem };
 
 class ServiceRuns final : public Runs {
  public:
-    // Makes a session and logs on with a profile's name or a store's address, which mean there what
-    // they mean to the service. Null after a complaint.
-    static std::unique_ptr<ServiceRuns> Open(ServiceBus bus, const std::string& logon_name,
+    // Makes a session and logs on. A name means there what it means to the service. Null after a
+    // complaint.
+    static std::unique_ptr<ServiceRuns> Open(ServiceBus bus, const StoreName& name,
                                              EventEcho::Show show_problem, Console& console);
     ServiceRuns(const ServiceRuns&) = delete;
     ServiceRuns& operator=(const ServiceRuns&) = delete;
@@ -45,7 +46,7 @@ class ServiceRuns final : public Runs {
     ServiceRuns(std::unique_ptr<dbus::Connection> connection, EventEcho::Show show_problem);
 
     Status CreateSession();
-    Status LogOn(const std::string& logon_name, std::string& refusal);
+    Status LogOn(const StoreName& name, std::string& refusal);
     Status FindRuns();
     void OnManage(const std::string& signal, const dbus::Values& arguments);
     void OnIndex(const std::string& signal, const dbus::Values& arguments);

@@ -1,5 +1,6 @@
 #include "cli/size_and_time.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -19,6 +20,16 @@ std::optional<int> ParseCount(std::string_view text) {
     const auto [stop, error] = std::from_chars(text.data(), end, number);
     if (error != std::errc() || stop != end || number < 0) return std::nullopt;
     return number;
+}
+
+std::int64_t SecondsOf(char unit) {
+    switch (unit) {
+        case 's': return 1;
+        case 'm': return 60;
+        case 'h': return 60 * 60;
+        case 'd': return 24 * 60 * 60;
+        default: return 0;
+    }
 }
 
 // "2007", "2007-10", "2007-10-05": the first day and the first one after it.
@@ -87,6 +98,23 @@ std::optional<std::int64_t> ParseSize(const std::string& text) {
     constexpr double kLargest = 9e18;
     if (number > kLargest) return std::nullopt;
     return static_cast<std::int64_t>(number);
+}
+
+std::optional<std::int64_t> ParseDuration(const std::string& text) {
+    constexpr std::int64_t kLongest = std::int64_t{366} * 24 * 60 * 60;
+    std::int64_t seconds = 0;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t unit = std::min(text.find_first_not_of("0123456789", at), text.size());
+        const auto count = ParseCount(std::string_view(text).substr(at, unit - at));
+        // A number alone is one of seconds, a number behind others is not.
+        const bool has_unit = unit < text.size();
+        const std::int64_t each = has_unit ? SecondsOf(text[unit]) : at == 0 ? 1 : 0;
+        if (!count || each == 0) return std::nullopt;
+        seconds += *count * each;
+        if (seconds > kLongest) return std::nullopt;
+        at = unit + 1;
+    }
+    return seconds > 0 ? std::optional(seconds * 1000) : std::nullopt;
 }
 
 std::optional<Period> ParsePeriod(const std::string& text, Date now_utc) {

@@ -12,6 +12,10 @@ namespace trevix::cli {
 // "500", "10k", "5M", "1.5G", "2T", with or without "B" behind; units of 1024 bytes.
 std::optional<std::int64_t> ParseSize(const std::string& text);
 
+// "90" or "90s" (seconds), "15m", "2h", "1d", and sums as "1h30m"; in milliseconds. More than
+// nothing, at most a year.
+std::optional<std::int64_t> ParseDuration(const std::string& text);
+
 // From `begin` to before `end`, both UTC; the same for a moment.
 struct Period {
     Date begin;

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string>
+#include <string_view>
 
 #include "platform/errors.h"
 #include "platform/maildir/folder_tree.h"
@@ -12,6 +14,8 @@
 
 namespace trevix::cli {
 namespace {
+
+constexpr std::string_view kMaildirScheme = "maildir:";
 
 // Two access modes for everything, since messages are read and replaced in the same folders.
 Status CheckDirectory(const std::string& path, bool is_needed, FolderUse use) {
@@ -27,11 +31,13 @@ Status CheckDirectory(const std::string& path, bool is_needed, FolderUse use) {
 
 }  // namespace
 
-Status CheckStore(const std::string& path, MailStore& store, FolderUse use) {
+Status CheckStore(MailStore& store, FolderUse use) {
     const auto hidden = store.Hidden().List();
     if (!hidden.ok()) return hidden.error();
-    if (use == FolderUse::kSome) return {};
+    const std::string address = store.address();
+    if (use == FolderUse::kSome || !address.starts_with(kMaildirScheme)) return {};
 
+    const std::string path = address.substr(kMaildirScheme.size());
     const UniqueDescriptor root(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!root.valid()) return StoreSystemError(errno, path);
     // The journal of replacements and the hidden messages lie in the root.

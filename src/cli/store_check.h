@@ -2,8 +2,6 @@
 // better said at its beginning.
 #pragma once
 
-#include <string>
-
 #include "platform/mail_store.h"
 #include "platform/result.h"
 
@@ -16,8 +14,9 @@ enum class FolderUse {
     kWrite,  // read them all, and replace messages
 };
 
-// Whether the hidden messages can be read and the folders of the Maildir `path` be used. The costs
-// are some system calls a folder. kIo with the path and, behind "; ", what to do.
-Status CheckStore(const std::string& path, MailStore& store, FolderUse use);
+// Whether the hidden messages can be read and, of a Maildir, the folders be used. The costs are
+// some system calls a folder. kIo with the path and, behind "; ", what to do. A server tells what a
+// user may do when it opens a folder, and says it of each.
+Status CheckStore(MailStore& store, FolderUse use);
 
 }  // namespace trevix::cli

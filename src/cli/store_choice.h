@@ -6,6 +6,7 @@
 #include <string>
 
 #include "cli/console.h"
+#include "cli/store_name.h"
 
 namespace trevix::cli {
 
@@ -19,9 +20,9 @@ struct StoreChoice {
 
 void AddStoreOptions(CLI::App& app, StoreChoice& choice);
 
-// The name to log on with: a profile's name or a store's address. Nothing when the choice names no
-// store; the complaint was made then and `exit_code` set.
-std::optional<std::string> LogonName(const StoreChoice& choice, Console& console, int& exit_code);
+// What to log on with. Nothing when the choice names no store; the complaint was made then and
+// `exit_code` set.
+std::optional<StoreName> LogonName(const StoreChoice& choice, Console& console, int& exit_code);
 
 // The absolute form of a path that the user gave. Relative ones start at the working directory.
 std::string AbsolutePath(const std::string& path);

@@ -9,8 +9,6 @@
 #include "cli/setting_file.h"
 #include "cli/text_format.h"
 #include "manage/cmanage.h"
-#include "platform/associated/associated_store.h"
-#include "platform/maildir/maildir_store.h"
 #include "platform/posix/posix_file_system.h"
 #include "platform/registry/file_registry.h"
 #include "store/results_message.h"
@@ -24,18 +22,13 @@ constexpr const char* kTemporaryHint =
     "make room there, or set TMPDIR to a directory that you may write";
 
 // The store of a world that writes nothing looks, and keeps what it is told to write.
-Result<std::unique_ptr<MailStore>> OpenStore(const std::string& path, const WorldPlan& plan,
-                                             Clock& clock, const PrivatePlace* place) {
-    const bool looks_only = plan.writes == Writes::kNothing;
-    auto store = maildir::OpenMaildir(
-        path, std::make_unique<associated::AssociatedStore>(path, clock), clock,
-        looks_only ? maildir::Leftovers::kLeave : maildir::Leftovers::kFinish);
-    if (!store.ok()) return store;
-    const Status usable = CheckStore(path, *store.value(), plan.folder_use);
+Result<std::unique_ptr<MailStore>> Admit(std::unique_ptr<MailStore> store, const WorldPlan& plan,
+                                         Clock& clock, const PrivatePlace* place) {
+    const Status usable = CheckStore(*store, plan.folder_use);
     if (!usable.ok()) return usable.error();
-    if (!looks_only) return store;
-    return std::unique_ptr<MailStore>(std::make_unique<DryRunStore>(std::move(store).value(), clock,
-                                                                    place->path(), plan.held_lock));
+    if (plan.writes != Writes::kNothing) return store;
+    return std::unique_ptr<MailStore>(
+        std::make_unique<DryRunStore>(std::move(store), clock, place->path(), plan.held_lock));
 }
 
 // What the command line stands for: the add-in, whose settings and log are this user's own.
@@ -60,8 +53,9 @@ assembly::AdapterPlan AdaptersFor(const WorldPlan& plan, const PrivatePlace* pla
     adapters.user_settings = settings.user;
     adapters.machine_settings = settings.machine;
     adapters.keeps_summaries = plan.writes == Writes::kEverything || plan.keeps_summaries;
-    adapters.open_maildir = [plan, place](const std::string& path, Clock& clock) {
-        return OpenStore(path, plan, clock, place);
+    adapters.stores.looks_only = plan.writes == Writes::kNothing;
+    adapters.stores.admit = [plan, place](std::unique_ptr<MailStore> store, Clock& clock) {
+        return Admit(std::move(store), plan, clock, place);
     };
     return adapters;
 }
@@ -137,8 +131,7 @@ std::unique_ptr<BuiltWorld> Build(const WorldPlan& plan, Console& console) {
 
 }  // namespace
 
-std::unique_ptr<World> World::Open(const WorldPlan& plan, const std::string& logon_name,
-                                   Console& console) {
+std::unique_ptr<World> World::Open(const WorldPlan& plan, const StoreName& name, Console& console) {
     if (!CheckSettings(console)) return nullptr;
     std::unique_ptr<BuiltWorld> world = Build(plan, console);
     if (world == nullptr) return nullptr;
@@ -147,18 +140,20 @@ std::unique_ptr<World> World::Open(const WorldPlan& plan, const std::string& log
         return nullptr;
     }
     Session& session = world->session();
-    session.Logon(logon_name);
+    session.Server(name.server);
+    session.Alias(name.alias);
+    session.Logon(name.profile);
     if (session.Manage() == nullptr) {
         const std::string& failure = session.LogonFailure();
         console.Complain(
-            RefusalComplaint(logon_name, failure.empty() ? session.LastError() : failure));
+            RefusalComplaint(name.Text(), failure.empty() ? session.LastError() : failure));
         return nullptr;
     }
     return world;
 }
 
-Complaint RefusalComplaint(const std::string& logon_name, const std::string& why) {
-    Complaint complaint{logon_name, PlainText(why),
+Complaint RefusalComplaint(const std::string& store_name, const std::string& why) {
+    Complaint complaint{store_name, PlainText(why),
                         "\"trevixctl profile list\" shows your profiles"};
     const std::size_t advice = complaint.why.rfind("; ");
     if (advice != std::string::npos) {

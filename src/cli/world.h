@@ -12,6 +12,7 @@
 #include "cli/dry_run_hidden.h"
 #include "cli/registry_overlay.h"
 #include "cli/store_check.h"
+#include "cli/store_name.h"
 #include "platform/posix/poll_loop.h"
 #include "shell/bas_ci.h"
 #include "shell/event_echo.h"
@@ -36,9 +37,8 @@ struct WorldPlan {
 
 class World {
  public:
-    // Builds everything and logs on with a profile's name or a store's address. Null after a
-    // complaint.
-    static std::unique_ptr<World> Open(const WorldPlan& plan, const std::string& logon_name,
+    // Builds everything and logs on. Null after a complaint.
+    static std::unique_ptr<World> Open(const WorldPlan& plan, const StoreName& name,
                                        Console& console);
     virtual ~World() = default;
     World(const World&) = delete;
@@ -54,7 +54,7 @@ class World {
 
 // What a person is told of a log-on that was refused for the reason `why`. Stores tell in one
 // sentence what is wrong and, behind a semicolon, what to do.
-Complaint RefusalComplaint(const std::string& logon_name, const std::string& why);
+Complaint RefusalComplaint(const std::string& store_name, const std::string& why);
 
 // The text of the results message's property; empty when there is none.
 Variant ResultsProperty(BasCI& state, const std::string& name, std::uint16_t type);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,11 +35,17 @@ class SpawnPlan {
         ::posix_spawnattr_destroy(&attributes_);
     }
 
-    // The last descriptor that the child gets. When the two are the same it loses its close-on-exec
-    // flag.
-    void GiveLastDescriptor(int ours, int theirs) {
+    void GiveNoInput() {
+        ::posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    }
+
+    // When the two are the same it loses its close-on-exec flag.
+    void GiveDescriptor(int ours, int theirs) {
         ::posix_spawn_file_actions_adddup2(&actions_, ours, theirs);
-        ::posix_spawn_file_actions_addclosefrom_np(&actions_, theirs + 1);
+    }
+
+    void KeepNoneAbove(int last) {
+        ::posix_spawn_file_actions_addclosefrom_np(&actions_, last + 1);
     }
 
     int Spawn(pid_t& process, const std::string& program, std::vector<char*>& arguments) const {
@@ -53,12 +60,15 @@ class SpawnPlan {
 
 }  // namespace
 
-Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(
-    const std::string& program, const std::vector<std::string>& arguments) {
+Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(const std::string& program,
+                                                          const std::vector<std::string>& arguments,
+                                                          Report through) {
     std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) return SystemError(errno, program);
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) return SystemError(errno, program);
     UniqueDescriptor report(ends[0]);
     const UniqueDescriptor child_report(ends[1]);
+    // Only our end: a program does not expect of its output that it takes nothing for a moment.
+    if (::fcntl(report.get(), F_SETFL, O_NONBLOCK) != 0) return SystemError(errno, program);
 
     std::vector<std::string> texts{program};
     texts.insert(texts.end(), arguments.begin(), arguments.end());
@@ -69,7 +79,14 @@ Result<std::unique_ptr<ChildProcess>> ChildProcess::Start(
     pointers.push_back(nullptr);
 
     SpawnPlan plan;
-    plan.GiveLastDescriptor(child_report.get(), kReportDescriptor);
+    if (through == Report::kOutput) {
+        plan.GiveNoInput();
+        plan.GiveDescriptor(child_report.get(), STDOUT_FILENO);
+        plan.KeepNoneAbove(STDERR_FILENO);
+    } else {
+        plan.GiveDescriptor(child_report.get(), kReportDescriptor);
+        plan.KeepNoneAbove(kReportDescriptor);
+    }
     pid_t process = 0;
     const int failed = plan.Spawn(process, program, pointers);
     if (failed != 0) return SystemError(failed, program);
@@ -98,12 +115,19 @@ bool ChildProcess::ReadReport(std::string& text) {
     }
 }
 
-void ChildProcess::Reap() {
-    if (process_ != 0) ::waitpid(std::exchange(process_, 0), nullptr, 0);
+int ChildProcess::Reap() {
+    int status = 0;
+    if (process_ != 0) ::waitpid(std::exchange(process_, 0), &status, 0);
+    return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 void ChildProcess::Terminate() {
     if (process_ != 0) ::kill(process_, SIGTERM);
+}
+
+// The parent may end between the start and this call; then it is not the parent any more.
+bool EndWithParent(pid_t parent) {
+    return ::prctl(PR_SET_PDEATHSIG, SIGTERM) == 0 && ::getppid() == parent;
 }
 
 }  // namespace trevix::posix

@@ -1,6 +1,7 @@
-// ChildProcess: another process that this one has started, and that reports to it once.
+// ChildProcess: another process that this one has started, and that reports to it.
 //
-// The child does not depend on its parent: it outlives a parent that is killed.
+// The child does not depend on its parent: it outlives a parent that is killed, unless it calls
+// EndWithParent().
 #pragma once
 
 #include <sys/types.h>
@@ -19,10 +20,14 @@ class ChildProcess {
     // The child's descriptor for its report.
     static constexpr int kReportDescriptor = 3;
 
-    // Starts `program` with no signal blocked and, besides standard input, output and error, only
-    // that descriptor open.
+    // What the child reports through: that descriptor, the only one besides standard input, output
+    // and error that it gets; or its standard output, and then it has no input.
+    enum class Report { kDescriptor, kOutput };
+
+    // Starts `program` with no signal blocked.
     static Result<std::unique_ptr<ChildProcess>> Start(const std::string& program,
-                                                       const std::vector<std::string>& arguments);
+                                                       const std::vector<std::string>& arguments,
+                                                       Report through = Report::kDescriptor);
 
     // Readable when there is something to read of the report, or its end.
     int report_descriptor() const { return report_.get(); }
@@ -32,7 +37,8 @@ class ChildProcess {
 
     // Readable from when the child has ended. Reap() is due then.
     int end_descriptor() const { return end_.get(); }
-    void Reap();
+    // The exit status, or minus the number of the signal that ended it.
+    int Reap();
 
     // Asks it to end (SIGTERM).
     void Terminate();
@@ -45,5 +51,9 @@ class ChildProcess {
     UniqueDescriptor report_;
     UniqueDescriptor end_;
 };
+
+// For a program that was started by this class's owner: has SIGTERM sent to it when the process
+// `parent` ends, however that ends. False when it has ended already.
+bool EndWithParent(pid_t parent);
 
 }  // namespace trevix::posix

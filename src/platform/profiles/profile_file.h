@@ -5,6 +5,7 @@
 //     user = Ann Example
 //     store = maildir:/home/ann/Maildir
 //     store = maildir:/home/ann/Archive
+//     store = imaps://ann@imap.example.org
 //     inbox = maildir:/home/ann/Maildir
 //
 // Lines that begin with "#" or ";" are comments. Each profile has at least one store; "inbox" names
@@ -25,7 +26,7 @@ namespace trevix::profiles {
 struct Profile {
     std::string name;
     std::string user;                 // empty: the login name
-    std::vector<std::string> stores;  // addresses, "maildir:/path"
+    std::vector<std::string> stores;  // addresses: "maildir:/path", "imaps://user@host"
     std::string inbox;                // empty: the first store
 };
 

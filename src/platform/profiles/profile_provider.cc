@@ -3,18 +3,10 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <algorithm>
-
 #include "platform/errors.h"
 
 namespace trevix::profiles {
 namespace {
-
-constexpr const char* kNoImap = "IMAP stores are not part of this version";
-
-Error NoImap(const std::string& what) {
-    return MessagingError(kNoSupport, what + ": " + kNoImap);
-}
 
 // What stands in front of the first colon; a profile's name holds none.
 std::string SchemeOf(const std::string& name) {
@@ -26,11 +18,7 @@ std::string SchemeOf(const std::string& name) {
 
 Result<OpenedProfile> ProfileProvider::Open(const std::string& profile_name,
                                             const std::string& profile_info) {
-    if (profile_name.empty()) {
-        std::string named = profile_info;
-        std::replace(named.begin(), named.end(), '\n', ' ');
-        return NoImap(named);
-    }
+    if (profile_name.empty()) return OpenOnServer(profile_info);
     if (SchemeOf(profile_name).empty()) return OpenNamed(profile_name);
 
     auto store = OpenStore(profile_name);
@@ -59,18 +47,31 @@ Result<OpenedProfile> ProfileProvider::OpenNamed(const std::string& name) {
     return opened;
 }
 
+Result<OpenedProfile> ProfileProvider::OpenOnServer(const std::string& server_and_alias) {
+    const std::size_t line_feed = server_and_alias.find('\n');
+    const std::string server = server_and_alias.substr(0, line_feed);
+    const std::string alias =
+        line_feed == std::string::npos ? std::string() : server_and_alias.substr(line_feed + 1);
+    if (server.empty() || alias.empty()) {
+        return MessagingError(kLogonFailed, "a server and an alias belong together");
+    }
+    if (!factories_.on_server) {
+        return MessagingError(kLogonFailed, alias + " on " + server + ": no store of this kind");
+    }
+    auto store = factories_.on_server(server, alias);
+    if (!store.ok()) return store.error();
+    OpenedProfile opened;
+    opened.user_name = alias;
+    opened.stores.push_back(std::move(store).value());
+    return opened;
+}
+
 Result<std::unique_ptr<MailStore>> ProfileProvider::OpenStore(const std::string& address) {
-    const std::string scheme = SchemeOf(address);
-    if (scheme == "imap" || scheme == "imaps") return NoImap(address);
-    const auto factory = factories_.find(scheme);
-    if (factory == factories_.end()) {
+    const auto factory = factories_.by_scheme.find(SchemeOf(address));
+    if (factory == factories_.by_scheme.end()) {
         return MessagingError(kLogonFailed, address + ": no store of this kind");
     }
-    const std::string path = address.substr(scheme.size() + 1);
-    if (!path.starts_with('/')) {
-        return MessagingError(kLogonFailed, address + ": the path must be absolute");
-    }
-    return factory->second(path);
+    return factory->second(address);
 }
 
 std::string LoginName() {

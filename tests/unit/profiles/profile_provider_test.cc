@@ -21,15 +21,30 @@ struct World {
     Scratch scratch;
     fakes::FaultPlan plan;
     std::vector<std::string> opened;
-    ProfileProvider provider{
-        ProfileFile(scratch / "profiles.conf"),
-        {{"maildir", [this](const std::string& path) -> Result<std::unique_ptr<MailStore>> {
-              opened.push_back(path);
-              if (path == "/gone") return MessagingError(kFailOneProvider, "There is no /gone.");
-              auto store = std::make_unique<fakes::FakeMailStore>(plan);
-              store->store_address = "maildir:" + path;
-              return std::unique_ptr<MailStore>(std::move(store));
-          }}}};
+    ProfileProvider provider{ProfileFile(scratch / "profiles.conf"), Factories()};
+
+    Result<std::unique_ptr<MailStore>> Open(const std::string& address) {
+        opened.push_back(address);
+        if (address == "maildir:/gone") {
+            return MessagingError(kFailOneProvider, "There is no /gone.");
+        }
+        auto store = std::make_unique<fakes::FakeMailStore>(plan);
+        store->store_address = address;
+        return std::unique_ptr<MailStore>(std::move(store));
+    }
+
+    StoreFactories Factories() {
+        StoreFactories factories;
+        for (const char* scheme : {"maildir", "imaps"}) {
+            factories.by_scheme[scheme] = [this](const std::string& address) {
+                return Open(address);
+            };
+        }
+        factories.on_server = [this](const std::string& server, const std::string& alias) {
+            return Open("imaps://" + alias + "@" + server);
+        };
+        return factories;
+    }
 };
 
 TEST(ProfileProviderOpen, OpensAnAddressUnderTheLoginName) {
@@ -38,7 +53,7 @@ TEST(ProfileProviderOpen, OpensAnAddressUnderTheLoginName) {
     const auto opened = world.provider.Open("maildir:/home/ann/Mail", "");
 
     ASSERT_TRUE(opened.ok());
-    EXPECT_THAT(world.opened, ElementsAre("/home/ann/Mail"));
+    EXPECT_THAT(world.opened, ElementsAre("maildir:/home/ann/Mail"));
     EXPECT_EQ(opened.value().user_name, LoginName());
     EXPECT_FALSE(opened.value().user_name.empty());
     EXPECT_EQ(opened.value().stores.size(), 1U);
@@ -52,7 +67,7 @@ TEST(ProfileProviderOpen, OpensAllStoresOfAProfileAndFindsItsInbox) {
     const auto opened = world.provider.Open("home", "");
 
     ASSERT_TRUE(opened.ok());
-    EXPECT_THAT(world.opened, ElementsAre("/a", "/b"));
+    EXPECT_THAT(world.opened, ElementsAre("maildir:/a", "maildir:/b"));
     EXPECT_EQ(opened.value().user_name, "Ann");
     EXPECT_EQ(opened.value().inbox_store, 1U);
 }
@@ -89,34 +104,52 @@ TEST(ProfileProviderOpen, PassesOnThatAStoreCannotBeOpened) {
     EXPECT_THAT(opened.error().description, HasSubstr("There is no /gone."));
 }
 
-TEST(ProfileProviderOpen, SaysThatThereIsNoImapInThisVersion) {
+TEST(ProfileProviderOpen, MixesDirectoriesAndServersInAProfile) {
+    World world;
+    Put(world.scratch / "profiles.conf",
+        "[all]\nstore = maildir:/a\nstore = imaps://ann@host\ninbox = imaps://ann@host\n");
+
+    const auto opened = world.provider.Open("all", "");
+
+    ASSERT_TRUE(opened.ok());
+    EXPECT_THAT(world.opened, ElementsAre("maildir:/a", "imaps://ann@host"));
+    EXPECT_EQ(opened.value().inbox_store, 1U);
+}
+
+TEST(ProfileProviderOpen, OpensTheMailboxOfAnAliasOnAServer) {
     World world;
 
-    for (const char* address : {"imap://ann@host", "imaps://ann@host:993"}) {
-        const auto opened = world.provider.Open(address, "");
+    const auto opened = world.provider.Open("", "host:1993\nann@example.org");
+
+    ASSERT_TRUE(opened.ok());
+    EXPECT_THAT(world.opened, ElementsAre("imaps://ann@example.org@host:1993"));
+    EXPECT_EQ(opened.value().user_name, "ann@example.org");
+    EXPECT_EQ(opened.value().stores.size(), 1U);
+}
+
+TEST(ProfileProviderOpen, NeedsBothServerAndAlias) {
+    World world;
+
+    for (const char* info : {"", "\n", "host", "host\n", "\nann"}) {
+        const auto opened = world.provider.Open("", info);
         ASSERT_FALSE(opened.ok());
-        EXPECT_EQ(opened.error().kind, ErrorKind::kUnsupported);
-        EXPECT_THAT(opened.error().description,
-                    HasSubstr("IMAP stores are not part of this version"));
+        EXPECT_EQ(opened.error().kind, ErrorKind::kDenied);
+        EXPECT_THAT(opened.error().description, HasSubstr("belong together"));
     }
-    const auto server = world.provider.Open("", "host\nann");
-    ASSERT_FALSE(server.ok());
-    EXPECT_EQ(server.error().kind, ErrorKind::kUnsupported);
-    EXPECT_THAT(server.error().description,
-                HasSubstr("host ann: IMAP stores are not part of this version"));
     EXPECT_THAT(world.opened, IsEmpty());
 }
 
-TEST(ProfileProviderOpen, RefusesStrangeSchemesAndRelativePaths) {
+TEST(ProfileProviderOpen, RefusesKindsOfStoresThatItHasNoFactoryFor) {
     World world;
+    ProfileProvider none{ProfileFile(world.scratch / "profiles.conf"), {}};
 
     const auto strange = world.provider.Open("mbox:/var/mail/ann", "");
-    const auto relative = world.provider.Open("maildir:Mail", "");
+    const auto server = none.Open("", "host\nann");
 
     ASSERT_FALSE(strange.ok());
     EXPECT_THAT(strange.error().description, HasSubstr("no store of this kind"));
-    ASSERT_FALSE(relative.ok());
-    EXPECT_THAT(relative.error().description, HasSubstr("the path must be absolute"));
+    ASSERT_FALSE(server.ok());
+    EXPECT_THAT(server.error().description, HasSubstr("ann on host: no store of this kind"));
     EXPECT_THAT(world.opened, IsEmpty());
 }
 
