@@ -1,5 +1,6 @@
 // trevixctl compress: one compression run, for real or dry, and the index run behind it.
 #include <CLI/App.hpp>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -9,6 +10,7 @@
 
 #include "cli/command_table.h"
 #include "cli/exit_codes.h"
+#include "cli/fleet_command.h"
 #include "cli/folder_list.h"
 #include "cli/index_phase.h"
 #include "cli/interrupt.h"
@@ -19,8 +21,10 @@
 #include "cli/service_choice.h"
 #include "cli/service_runs.h"
 #include "cli/setting_table.h"
+#include "cli/size_and_time.h"
 #include "cli/store_choice.h"
 #include "cli/text_format.h"
+#include "cli/time_limit.h"
 #include "cli/world.h"
 #include "shell/settings.h"
 
@@ -30,6 +34,9 @@ namespace {
 struct Options {
     StoreChoice store;
     ServiceChoice service;
+    FleetChoice fleet;
+    std::optional<std::string> max_time;
+    std::optional<TimeLimit::Moment> end;  // what the above means
     bool html = false;
     bool html_only = false;
     std::vector<std::string> folders;
@@ -114,7 +121,7 @@ std::optional<std::string> FolderIds(World& world, const std::vector<std::string
 }
 
 int ExitCode(const Runs& runs, const RunView& view, const RunErrors& errors,
-             const std::string& name, Console& console) {
+             const std::string& name, bool is_time_up, Console& console) {
     switch (view.end()) {
         case RunView::End::kComplete:
             if (errors.is_disk_full()) {
@@ -131,8 +138,9 @@ int ExitCode(const Runs& runs, const RunView& view, const RunErrors& errors,
             // An error that concerned no message concerned the run's own results.
             return errors.count() > 0 ? kExitFailed : kExitDone;
         case RunView::End::kCancelled:
-            console.Complain({name, "cancelled", "the next run goes on where this one ended"});
-            return kExitCancelled;
+            console.Complain({name, is_time_up ? "the time is up" : "cancelled",
+                              "the next run goes on where this one ended"});
+            return is_time_up ? kExitTimeUp : kExitCancelled;
         case RunView::End::kHeld:
             console.Complain({name, "another run holds the store",
                               "wait until it ends; \"trevixctl status\" tells since when it runs"});
@@ -172,17 +180,21 @@ int RunOn(Runs& runs, const Options& options, const std::string& folder_ids,
     const RunSummary& summary = runs.CompressionSummary();
     RunView view(summary, runs.clock(), runs.loop(), console);
     IndexPhase index(runs, errors, name, console);
-    const Interrupt interrupt(runs.loop(), InterruptTextOf(options.service), [&] {
+    const auto cancel = [&] {
         runs.CancelCompression();
         index.Cancel();
-    });
+    };
+    // A part of a fleet gets its signals from more than one side.
+    const char* last_words = options.fleet.IsPart() ? nullptr : InterruptTextOf(options.service);
+    const Interrupt interrupt(runs.loop(), last_words, cancel);
+    const TimeLimit limit(runs.loop(), options.end, cancel);
     const auto start = runs.clock().UnixNanoseconds();
     runs.StartCompression({!options.html_only, options.html || options.html_only, folder_ids,
                            !options.no_index && !options.dry_run});
     Follow(runs, view, errors);
 
     const std::int64_t elapsed_ms = (runs.clock().UnixNanoseconds() - start) / 1000000;
-    int exit_code = ExitCode(runs, view, errors, name, console);
+    int exit_code = ExitCode(runs, view, errors, name, limit.IsOver(), console);
     const bool ran =
         view.end() == RunView::End::kComplete || view.end() == RunView::End::kCancelled;
     if (ran && !console.json && !console.quiet) {
@@ -192,7 +204,8 @@ int RunOn(Runs& runs, const Options& options, const std::string& folder_ids,
     const bool indexes = index.IsStarted();
     if (indexes) {
         const int index_code = index.Follow();
-        if (exit_code == kExitDone) exit_code = index_code;
+        const bool is_time_up = index_code == kExitCancelled && limit.IsOver();
+        if (exit_code == kExitDone) exit_code = is_time_up ? kExitTimeUp : index_code;
     }
     nlohmann::json event =
         SummaryEvent(summary, view.folders(), elapsed_ms, options.dry_run, exit_code);
@@ -265,17 +278,64 @@ std::vector<const char*> OptionsNotForService(const Options& options) {
     note(options.dry_run, "--dry-run");
     note(options.store.server_mode, "--server-mode");
     note(options.service.of_system && !options.folders.empty(), "--folder");
+    note(options.fleet.IsChosen(), "--users-from");
     return given;
 }
 
-int Run(const Options& options, Console& console) {
+// The moment when the time is up. False after a complaint.
+bool TakeTime(Options& options, Console& console) {
+    if (!options.max_time) return true;
+    const auto length = ParseDuration(*options.max_time);
+    if (length) {
+        options.end = std::chrono::steady_clock::now() + std::chrono::milliseconds(*length);
+        return true;
+    }
+    console.Complain({"--max-time", "\"" + *options.max_time + "\" is no length of time",
+                      "write it as 90s, 15m, 2h or 1h30m"});
+    return false;
+}
+
+// What each run of a fleet is told.
+std::vector<std::string> OptionsOfParts(const Options& options) {
+    std::vector<std::string> given;
+    const auto flag = [&given](bool is_given, const char* option) {
+        if (is_given) given.emplace_back(option);
+    };
+    const auto value = [&given](const std::optional<std::string>& text, const char* option) {
+        if (text) given.push_back(option + ("=" + *text));
+    };
+    flag(options.html, "--html");
+    flag(options.html_only, "--html-only");
+    flag(options.separate, "--separate");
+    flag(options.rollup, "--rollup");
+    flag(options.custom_items, "--custom-items");
+    flag(options.dry_run, "--dry-run");
+    flag(options.no_index, "--no-index");
+    flag(options.store.server_mode, "--server-mode");
+    value(options.level, "--level");
+    value(options.min_size, "--min-size");
+    value(options.exclude, "--exclude");
+    for (const std::string& folder : options.folders)
+        given.push_back("--folder=" + folder);
+    return given;
+}
+
+int Run(Options& options, Console& console) {
     console.json = options.json;
     console.quiet = options.quiet;
+    // Whoever started this run has its events, and tells them to people.
+    console.events_only = options.fleet.IsPart();
+    if (options.fleet.IsPart() && !JoinFleet(options.fleet)) return kExitCancelled;
+    if (!TakeTime(options, console)) return NotRun(options, kExitUsage, console);
     if (!CheckServiceOptions(options.service, OptionsNotForService(options), console)) {
         return NotRun(options, kExitUsage, console);
     }
     auto values = OptionValues(options, console);
     if (!values) return NotRun(options, kExitUsage, console);
+    if (options.fleet.IsChosen()) {
+        return RunFleet(options.fleet, options.store, OptionsOfParts(options), options.end,
+                        console);
+    }
     int exit_code = kExitDone;
     const auto name = LogonName(options.store, console, exit_code);
     if (!name) return NotRun(options, exit_code, console);
@@ -309,6 +369,10 @@ Runner AttachCompress(CLI::App& app) {
     app.add_flag("-n,--dry-run", options->dry_run,
                  "Do all the work, write nothing, show what would change");
     app.add_flag("--no-index", options->no_index, "Leave the attachment index as it is");
+    app.add_option("--max-time", options->max_time,
+                   "End at the next message after that time, as after Ctrl-C (90s, 15m, 1h30m)")
+        ->type_name("TIME");
+    AddFleetOptions(app, options->fleet);
     app.add_flag("--json", options->json, "One JSON object a line on the standard output");
     app.add_flag("-q,--quiet", options->quiet, "Errors only");
     return [options](Console& console) { return Run(*options, console); };

@@ -89,7 +89,9 @@ std::vector<Command> CommandTable() {
     return {
         {"compress", "Zip the attachments of a mail store, in place", "compress [STORE] [OPTIONS]",
          "trevixctl compress --maildir ~/Maildir --dry-run\n"
-         "trevixctl compress --maildir ~/Maildir --folder Inbox --folder Archive/2019 --level ex",
+         "trevixctl compress --maildir ~/Maildir --folder Inbox --folder Archive/2019 --level ex\n"
+         "trevixctl compress --server imap.example.org --alias ann --max-time 2h\n"
+         "trevixctl compress --server imap.example.org --users-from users.txt --jobs 4",
          AttachCompress},
         {"index", "Bring the attachment index of a mail store up to date",
          "index [STORE] [--rebuild]",

@@ -7,6 +7,7 @@
 namespace trevix::cli {
 
 void Console::Note(const std::string& line) {
+    if (events_only) return;
     ClearLine();
     err_ << line << '\n' << std::flush;
 }

@@ -24,6 +24,7 @@ class Console {
     Console& operator=(const Console&) = delete;
 
     bool json = false;
+    bool events_only = false;     // nothing for people, whatever happens
     bool quiet = false;           // no progress and no closing line; complaints are still shown
     std::size_t out_columns = 0;  // of the terminal that the standard output is; 0: it is none
 

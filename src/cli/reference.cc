@@ -67,6 +67,8 @@ CommandReference ReferenceOf(CLI::App& app, const std::string& words) {
     reference.usage = UsageOf(app);
     reference.examples = ExamplesIn(app.get_footer());
     for (const CLI::Option* option : app.get_options()) {
+        // Without a group an option is for the program's own use.
+        if (option->get_group().empty()) continue;
         OptionReference one = Describe(*option);
         (one.is_operand ? reference.operands : reference.options).push_back(std::move(one));
     }

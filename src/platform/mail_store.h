@@ -187,9 +187,10 @@ class MailStoreProvider {
     virtual ~MailStoreProvider() = default;
 
     // `profile_name` is a name of the profile file or an address ("maildir:/path"); with an empty
-    // one, `profile_info` is "server, line feed, alias": a mail server and a user's mailbox on it. Finishes what a dead process left of its
-    // replacements. kDenied (80040111) for an unknown name, kIo (8004011D) with the path and what
-    // to do in the description for a store that cannot be opened.
+    // one, `profile_info` is "server, line feed, alias": a mail server and a user's mailbox on it.
+    // Finishes what a dead process left of its replacements. kDenied (80040111) for an unknown
+    // name, kIo (8004011D) with the path and what to do in the description for a store that cannot
+    // be opened.
     virtual Result<OpenedProfile> Open(const std::string& profile_name,
                                        const std::string& profile_info) = 0;
 };

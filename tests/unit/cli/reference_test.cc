@@ -37,6 +37,14 @@ TEST(ReferenceOf, NamesEveryCommandOfTheTable) {
     EXPECT_EQ(FindCommand(program, ""), &program);
 }
 
+TEST(ReferenceOf, KeepsWhatIsForTheProgramsOwnUse) {
+    const CommandReference program = ProgramReference();
+    const CommandReference* compress = FindCommand(program, "compress");
+
+    EXPECT_EQ(FindOption(*compress, "--part-of"), nullptr);
+    EXPECT_NE(FindOption(*compress, "--users-from"), nullptr);
+}
+
 TEST(ReferenceOf, TellsNamesValuesAndRepetitionOfOptions) {
     const CommandReference program = ProgramReference();
     const CommandReference& compress = *FindCommand(program, "compress");

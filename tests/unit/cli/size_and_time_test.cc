@@ -86,5 +86,23 @@ TEST_F(ParsePeriodTest, ConvertsBetweenLocalTimeAndUtc) {
     EXPECT_EQ(Text(UtcFromLocal(LocalFromUtc(summer))), Text(summer));
 }
 
+TEST(ParseDuration, TakesSecondsMinutesHoursDaysAndTheirSums) {
+    EXPECT_EQ(ParseDuration("90"), 90000);
+    EXPECT_EQ(ParseDuration("90s"), 90000);
+    EXPECT_EQ(ParseDuration("15m"), 900000);
+    EXPECT_EQ(ParseDuration("2h"), 7200000);
+    EXPECT_EQ(ParseDuration("1d"), 86400000);
+    EXPECT_EQ(ParseDuration("1h30m"), 5400000);
+    EXPECT_EQ(ParseDuration("1d1s"), 86401000);
+    EXPECT_EQ(ParseDuration("366d"), 31622400000);
+}
+
+TEST(ParseDuration, RefusesAnythingElse) {
+    for (const char* text : {"", "0", "0s", "h", "1x", "-1", "1.5h", "1h30", "1 h", "1h ", "367d",
+                             "99999999999", "2147483648s", "s1"}) {
+        EXPECT_EQ(ParseDuration(text), std::nullopt) << text;
+    }
+}
+
 }  // namespace
 }  // namespace trevix::cli

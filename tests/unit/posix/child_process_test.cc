@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <utility>
 
 namespace trevix::posix {
 namespace {
@@ -85,6 +86,38 @@ TEST(ChildProcess, InheritsNoDescriptorBesidesTheReport) {
     EXPECT_EQ(WholeReport(*child.value()), "closed\n");
     WaitFor(child.value()->end_descriptor());
     child.value()->Reap();
+}
+
+TEST(ChildProcess, ReportsThroughItsOutputWithoutInput) {
+    constexpr auto kOutput = ChildProcess::Report::kOutput;
+    // More than a pipe takes at once, and what is in standard input.
+    auto child = ChildProcess::Start(
+        "/bin/sh", {"-c", "cat; head -c 300000 /dev/zero | tr '\\0' x; ls /proc/self/fd | wc -l"},
+        kOutput);
+    ASSERT_TRUE(child.ok()) << child.error().description;
+
+    const std::string text = WholeReport(*child.value());
+
+    EXPECT_EQ(text.size(), 300002U);
+    // The three, and the directory being listed.
+    EXPECT_EQ(text.substr(300000), "4\n");
+    WaitFor(child.value()->end_descriptor());
+    EXPECT_EQ(child.value()->Reap(), 0);
+}
+
+TEST(ChildProcess, TellsHowItEnded) {
+    for (const auto& [script, status] :
+         {std::pair("exit 75", 75), std::pair("kill -9 $$", -9), std::pair("kill -15 $$", -15)}) {
+        auto child = ChildProcess::Start("/bin/sh", {"-c", script});
+        ASSERT_TRUE(child.ok());
+        WaitFor(child.value()->end_descriptor());
+        EXPECT_EQ(child.value()->Reap(), status) << script;
+    }
+}
+
+TEST(EndWithParent, SeesThatTheParentIsAnother) {
+    EXPECT_FALSE(EndWithParent(1 << 30));
+    EXPECT_TRUE(EndWithParent(::getppid()));
 }
 
 TEST(ChildProcess, LeavesNoDescriptorWhenItCannotBeStarted) {
