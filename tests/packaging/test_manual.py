@@ -23,10 +23,11 @@ class Manual(installed.Case):
         self.assertEqual(done.returncode, 0, done.stderr)
         return done
 
-    def test_there_is_one_page_a_command_and_three_more(self):
+    def test_there_is_one_page_a_command_and_four_more(self):
         commands = {f"trevixctl-{words[0]}.1" for words in self.installed.commands()}
         self.assertEqual(set(self.pages()),
-                         commands | {"trevixctl.1", "trevixci.8", "trevix-settings.5"})
+                         commands | {"trevixctl.1", "trevixci.8", "trevix-servers.5",
+                                     "trevix-settings.5"})
 
     def test_every_page_renders_without_a_warning(self):
         installed.require("man")
