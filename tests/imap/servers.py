@@ -329,7 +329,7 @@ service imap-login {{
         """The output of the server's own administration program."""
         done = subprocess.run(["doveadm", "-c", str(self.configuration), *arguments],
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE, text=True, check=False)
+                              stderr=subprocess.PIPE, text=True, errors="replace", check=False)
         if done.returncode != 0:
             raise RuntimeError(f"doveadm {arguments}: exit {done.returncode}\n{done.stderr}")
         return done.stdout
