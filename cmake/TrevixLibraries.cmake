@@ -17,6 +17,7 @@ trevix_library(libzip libzip 1.7 libzip-dev)
 trevix_library(sqlite sqlite3 3.34 libsqlite3-dev)
 trevix_library(zlib zlib 1.2 zlib1g-dev)
 trevix_library(systemd libsystemd 247 libsystemd-dev)
+trevix_library(gnutls gnutls 3.6 libgnutls28-dev)
 
 find_path(LIBDEFLATE_INCLUDE libdeflate.h)
 find_library(LIBDEFLATE_LIBRARY deflate)

@@ -26,7 +26,9 @@ class UidSet {
     static UidSet Of(std::uint32_t uid) { return Between(uid, uid); }
     static UidSet Between(std::uint32_t first, std::uint32_t last);
     static UidSet From(std::uint32_t first) { return Between(first, kNewest); }
+    // In any order, and more than once. Zeros are left out.
     static UidSet FromList(std::vector<std::uint32_t> uids);
+    static UidSet FromRanges(std::vector<Range> ranges);
 
     // Nothing when the text is no set, holds a zero, or has more than `most_ranges` ranges.
     // Ranges may come in any order, overlap and be turned around.
