@@ -1,0 +1,353 @@
+#include "platform/imap/read_ahead.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/errors.h"
+#include "platform/imap/part_content.h"
+
+namespace trevix::imap {
+namespace {
+
+constexpr std::size_t kFlightMessages = 500;
+constexpr std::size_t kWholeMessages = 64;
+constexpr std::uint64_t kFlightBytes = std::uint64_t{8} * 1024 * 1024;
+
+// Messages that want the same are asked for together.
+std::string WishOf(const OutlinePlan& plan) {
+    std::string text;
+    for (const SectionRequest& section : plan.sections) {
+        text += section.section +
+                (section.range ? "<" + std::to_string(section.range->second) : "") + " ";
+    }
+    text += "|";
+    for (const std::string& part : plan.decoded_sizes)
+        text += part + " ";
+    return text;
+}
+
+FetchRequest RequestFor(const OutlinePlan& plan) {
+    FetchRequest request;
+    request.sections = plan.sections;
+    request.decoded_sizes = plan.decoded_sizes;
+    return request;
+}
+
+OutlinePlan WholePlan(std::uint64_t size_bytes) {
+    OutlinePlan plan;
+    plan.whole = true;
+    plan.sections.push_back({"", {}, false});
+    plan.bytes = size_bytes;
+    return plan;
+}
+
+}  // namespace
+
+void ReadAhead::Forget() {
+    order_of_.clear();
+    expected_.clear();
+    structured_.clear();
+    ready_.clear();
+    // Its answers come all the same, and are dropped.
+    if (flight_) Await(*flight_);
+    flight_.reset();
+}
+
+void ReadAhead::Expect(const std::string& mailbox, const std::vector<MailEntry>& entries,
+                       MailUse use) {
+    Forget();
+    mailbox_ = mailbox;
+    use_ = use;
+    std::uint64_t order = 0;
+    for (const MailEntry& entry : entries) {
+        const auto identity = DecodeLocator(entry.locator);
+        if (!identity) continue;
+        auto item = std::make_shared<Item>();
+        item->order = ++order;
+        item->identity = *identity;
+        item->size_bytes = entry.size_bytes;
+        order_of_[identity->uid] = order;
+        expected_.push_back(std::move(item));
+    }
+}
+
+// What was expected earlier and not asked for will not be asked for any more.
+void ReadAhead::PassOver(std::uint64_t order) {
+    const auto passed = [order](const ItemPointer& item) { return item->order < order; };
+    std::erase_if(expected_, passed);
+    std::erase_if(structured_, passed);
+    std::erase_if(ready_, [&passed](const auto& one) { return passed(one.second); });
+}
+
+Result<MailOutline> ReadAhead::Outline(const std::string& mailbox, const MailEntry& entry) {
+    const auto identity = DecodeLocator(entry.locator);
+    if (!identity) return MessagingError(kInvalidEntryId, entry.key);
+    const auto order = mailbox == mailbox_ ? order_of_.find(identity->uid) : order_of_.end();
+    if (order == order_of_.end()) {
+        if (mailbox != mailbox_) Forget();
+        mailbox_ = mailbox;
+        return OutlineOf(*FetchUnexpected(entry, *identity));
+    }
+    PassOver(order->second);
+    order_of_.erase(order);
+    while (!ready_.contains(identity->uid)) {
+        if (!flight_) Send();
+        if (!flight_) return MessagingError(kCallFailed, "a message is not on its way");
+        TakeIn();
+    }
+    const ItemPointer item = ready_.at(identity->uid);
+    ready_.erase(identity->uid);
+    if (item->identity.uid_validity != identity->uid_validity) {
+        return MessagingError(kObjectDeleted);
+    }
+    if (!flight_ && ready_.size() < kFlightMessages / 2) Send();
+    return OutlineOf(*item);
+}
+
+std::optional<Blob> ReadAhead::TakeWhole(const std::string& mailbox, const MailEntry& entry) {
+    const auto identity = DecodeLocator(entry.locator);
+    if (!identity || mailbox != mailbox_ || use_ != MailUse::kChange ||
+        !order_of_.contains(identity->uid)) {
+        return std::nullopt;
+    }
+    Result<MailOutline> outline = Outline(mailbox, entry);
+    if (!outline.ok() || !outline.value().exact) return std::nullopt;
+    return outline.value().skeleton;
+}
+
+ReadAhead::Items ReadAhead::NextForParts() {
+    Items& from = use_ == MailUse::kChange ? expected_ : structured_;
+    const std::size_t most = use_ == MailUse::kChange ? kWholeMessages : kFlightMessages;
+    Items items;
+    std::uint64_t bytes = 0;
+    while (!from.empty() && items.size() < most) {
+        Item& item = *from.front();
+        if (use_ == MailUse::kChange) item.plan = WholePlan(item.size_bytes);
+        bytes += item.plan.bytes;
+        if (!items.empty() && bytes > kFlightBytes) break;
+        items.push_back(std::move(from.front()));
+        from.pop_front();
+    }
+    return items;
+}
+
+ReadAhead::Flight ReadAhead::NextFlight() {
+    Flight flight;
+    flight.for_parts = NextForParts();
+    const bool wants_structure = use_ != MailUse::kChange && structured_.size() < kFlightMessages;
+    while (wants_structure && !expected_.empty() && flight.for_structure.size() < kFlightMessages) {
+        flight.for_structure.push_back(std::move(expected_.front()));
+        expected_.pop_front();
+    }
+    return flight;
+}
+
+std::vector<FetchRequest> ReadAhead::RequestsOf(const Flight& flight) const {
+    std::vector<FetchRequest> requests;
+    std::map<std::string, std::size_t> by_wish;
+    for (const ItemPointer& item : flight.for_parts) {
+        const auto [wish, is_new] = by_wish.try_emplace(WishOf(item->plan), requests.size());
+        if (is_new) requests.push_back(RequestFor(item->plan));
+        requests[wish->second].uids.Add(item->identity.uid);
+    }
+    if (flight.for_structure.empty()) return requests;
+    FetchRequest request;
+    request.body_structure = true;
+    request.sections.push_back({kHeaderSection, {}, false});
+    for (const ItemPointer& item : flight.for_structure)
+        request.uids.Add(item->identity.uid);
+    requests.push_back(std::move(request));
+    return requests;
+}
+
+FetchSink ReadAhead::SinkOf(const Flight& flight) {
+    auto items = std::make_shared<std::map<std::uint32_t, ItemPointer>>();
+    for (const Items* group : {&flight.for_structure, &flight.for_parts}) {
+        for (const ItemPointer& item : *group)
+            (*items)[item->identity.uid] = item;
+    }
+    return [items](FetchedMessage&& message) -> Status {
+        const auto found = items->find(message.uid);
+        if (found == items->end()) return {};
+        Item& item = *found->second;
+        // Flags that come unasked say nothing; what was asked for says that the message is there.
+        item.answered = item.answered || message.structure != nullptr ||
+                        !message.structure_problem.empty() || !message.sections.empty();
+        return item.facts.Take(std::move(message));
+    };
+}
+
+// Sends the next flight. When that fails, the flight counts as one that was lost under way.
+void ReadAhead::Send() {
+    Flight flight = NextFlight();
+    if (flight.empty()) return;
+    flight.sent = TrySend(flight).ok();
+    flight_ = std::move(flight);
+}
+
+Status ReadAhead::TrySend(Flight& flight) {
+    const Result<Client*> client = link_->Ready();
+    if (!client.ok()) return client.error();
+    flight.generation = link_->generation();
+    tells_decoded_sizes_ = client.value()->Offers("BINARY");
+    TREVIX_RETURN_IF_ERROR(OpenFor(flight, *client.value()));
+    const FetchSink sink = SinkOf(flight);
+    for (const FetchRequest& request : RequestsOf(flight)) {
+        const auto ticket = client.value()->StartFetch(request, sink);
+        if (!ticket.ok()) return ticket.error();
+        flight.tickets.push_back(ticket.value());
+    }
+    return {};
+}
+
+// UIDs mean nothing in a mailbox that has been made anew.
+Status ReadAhead::OpenFor(const Flight& flight, Client& client) {
+    const auto opened = link_->Open(client, mailbox_, SelectMode::kReadOnly);
+    if (!opened.ok()) return opened.error();
+    for (const Items* group : {&flight.for_structure, &flight.for_parts}) {
+        for (const ItemPointer& item : *group) {
+            if (item->identity.uid_validity != opened.value().uid_validity) {
+                return MessagingError(kObjectDeleted);
+            }
+        }
+    }
+    return {};
+}
+
+// Whether everything that was sent was answered well.
+bool ReadAhead::Await(Flight& flight) {
+    if (flight.generation != link_->generation()) return false;
+    const Result<Client*> client = link_->Ready();
+    if (!client.ok() || flight.generation != link_->generation()) return false;
+    bool good = flight.sent;
+    for (const Client::Ticket ticket : flight.tickets)
+        good = client.value()->Finish(ticket).ok() && good;
+    return good;
+}
+
+void ReadAhead::TakeIn() {
+    Flight flight = std::move(*flight_);
+    flight_.reset();
+    if (!Await(flight)) Fetch(flight);
+    Sort(flight);
+}
+
+// Everything once more, and message by message when the server refuses it as a whole.
+void ReadAhead::Fetch(const Flight& flight) {
+    bool asked = false;
+    const Status fetched = FetchNow(flight, asked);
+    if (fetched.ok()) return;
+    const bool refused = asked && fetched.error().kind != ErrorKind::kIo;
+    if (refused) return FetchSingly(flight);
+    for (const Items* group : {&flight.for_structure, &flight.for_parts}) {
+        for (const ItemPointer& item : *group)
+            item->error = fetched.error();
+    }
+}
+
+// `asked` tells whether it came so far that messages were asked for.
+Status ReadAhead::FetchNow(const Flight& flight, bool& asked) {
+    return link_->Read([&](Client& client) -> Status {
+        asked = false;
+        tells_decoded_sizes_ = client.Offers("BINARY");
+        TREVIX_RETURN_IF_ERROR(OpenFor(flight, client));
+        asked = true;
+        return client.Fetch(RequestsOf(flight), SinkOf(flight));
+    });
+}
+
+// One message may hold what its server cannot take apart, or lie where it cannot be read.
+void ReadAhead::FetchSingly(const Flight& flight) {
+    bool asked = false;
+    for (const ItemPointer& item : flight.for_structure) {
+        Flight one;
+        one.for_structure = {item};
+        const Status fetched = FetchNow(one, asked);
+        if (!fetched.ok()) item->error = fetched.error();
+    }
+    for (const ItemPointer& item : flight.for_parts) {
+        Flight one;
+        one.for_parts = {item};
+        if (FetchNow(one, asked).ok()) continue;
+        // A transfer encoding that the server does not know; the parts are fetched as they are.
+        item->plan.decoded_sizes.clear();
+        if (item->plan.sections.empty()) continue;
+        const Status fetched = FetchNow(one, asked);
+        if (!fetched.ok()) item->error = fetched.error();
+    }
+}
+
+void ReadAhead::Sort(const Flight& flight) {
+    for (const ItemPointer& item : flight.for_structure)
+        SortStructured(item);
+    for (const ItemPointer& item : flight.for_parts)
+        ready_[item->identity.uid] = item;
+}
+
+void ReadAhead::SortStructured(const ItemPointer& item) {
+    const bool known = item->facts.structure != nullptr && item->facts.header.has_value();
+    if (!item->error && !item->answered) item->error = MessagingError(kObjectDeleted);
+    if (item->error) {
+        ready_[item->identity.uid] = item;
+        return;
+    }
+    item->plan = known ? PlanOutline(*item->facts.structure, *item->facts.header, item->size_bytes,
+                                     use_, tells_decoded_sizes_)
+                       : WholePlan(item->size_bytes);
+    for (const SectionRequest& section : item->plan.sections) {
+        if (section.range) item->facts.partial.insert(section.section);
+    }
+    if (item->plan.sections.empty() && item->plan.decoded_sizes.empty()) {
+        ready_[item->identity.uid] = item;
+    } else {
+        structured_.push_back(item);
+    }
+}
+
+ReadAhead::ItemPointer ReadAhead::FetchUnexpected(const MailEntry& entry,
+                                                  const MessageIdentity& identity) {
+    auto item = std::make_shared<Item>();
+    item->identity = identity;
+    item->size_bytes = entry.size_bytes;
+    if (use_ == MailUse::kChange) {
+        item->plan = WholePlan(item->size_bytes);
+        return item;
+    }
+    Flight flight;
+    flight.for_structure = {item};
+    Fetch(flight);
+    SortStructured(item);
+    ready_.erase(identity.uid);
+    if (std::erase(structured_, item) == 0) return item;
+    flight.for_structure.clear();
+    flight.for_parts = {item};
+    Fetch(flight);
+    return item;
+}
+
+Result<MailOutline> ReadAhead::OutlineOf(const Item& item) {
+    if (item.error) return *item.error;
+    if (!item.plan.whole) {
+        const auto outline = MakeOutline(item.facts, LazyPartsOf(item.identity));
+        if (!outline.ok()) return outline.error();
+        if (outline.value()) return *outline.value();
+    }
+    const auto whole = item.facts.sections.find("");
+    if (item.plan.whole && whole != item.facts.sections.end()) return WholeOutline(whole->second);
+    Result<Blob> content = FetchContent(*link_, mailbox_, item.identity, {"", {}, false});
+    if (!content.ok()) return content.error();
+    return WholeOutline(std::move(content).value());
+}
+
+LazyPart ReadAhead::LazyPartsOf(const MessageIdentity& identity) const {
+    return
+        [link = link_, mailbox = mailbox_, identity](
+            const std::string& section, std::uint64_t size_bytes, std::optional<Blob> beginning) {
+            return MakePartContent(size_bytes, std::move(beginning), [=]() -> Result<Blob> {
+                const auto hold = link->Hold();
+                return FetchContent(*link, mailbox, identity, {section, {}, false});
+            });
+        };
+}
+
+}  // namespace trevix::imap
