@@ -29,6 +29,13 @@ class MailStoreWorld {
 
     // Lets so much time pass that a listing can be trusted.
     virtual void Settle() = 0;
+
+    // The suite's short texts as messages, and back, for stores that take nothing but real mail.
+    virtual std::string MailOf(const std::string& text) const { return text; }
+    virtual std::string TextOf(const std::string& mail) const { return mail; }
+
+    // A message of no bytes at all is none for an IMAP server.
+    virtual bool TakesEmptyMessages() const { return true; }
 };
 
 struct MailStoreCase {
@@ -46,7 +53,7 @@ class MailStoreContract : public testing::TestWithParam<MailStoreCase> {
  protected:
     void SetUp() override {
         world_ = GetParam().make();
-        ASSERT_NE(world_, nullptr);
+        if (world_ == nullptr) GTEST_SKIP() << "the server of this store is not installed";
     }
 
     MailStore& store() { return world_->store(); }
@@ -58,8 +65,14 @@ class MailStoreContract : public testing::TestWithParam<MailStoreCase> {
         return change.ok() ? std::move(change).value().listing : MailListing{};
     }
 
+    Blob Mail(const std::string& text) { return Blob::FromString(world_->MailOf(text)); }
+
+    void Deliver(const std::string& text, std::int64_t received_ns) {
+        world_->Deliver(world_->MailOf(text), received_ns);
+    }
+
     MailEntry DeliverOne(const std::string& content) {
-        world_->Deliver(content, kReceived);
+        Deliver(content, kReceived);
         for (const MailEntry& entry : Listing().entries) {
             if (Content(entry) == content) return entry;
         }
@@ -69,7 +82,8 @@ class MailStoreContract : public testing::TestWithParam<MailStoreCase> {
 
     std::string Content(const MailEntry& entry) {
         const auto blob = store().Read(inbox(), entry);
-        return blob.ok() ? blob.value().ToString().value() : blob.error().description;
+        return blob.ok() ? world_->TextOf(blob.value().ToString().value())
+                         : blob.error().description;
     }
 
     std::vector<std::string> Contents() {
@@ -92,8 +106,8 @@ TEST_P(MailStoreContract, AnEmptyInboxIsAnEmptyListing) {
 }
 
 TEST_P(MailStoreContract, ListsAndReadsWhatWasDelivered) {
-    world_->Deliver("one", kReceived);
-    world_->Deliver("two and more", kReceived + 1000000000);
+    Deliver("one", kReceived);
+    Deliver("two and more", kReceived + 1000000000);
 
     const MailListing listing = Listing();
 
@@ -102,14 +116,14 @@ TEST_P(MailStoreContract, ListsAndReadsWhatWasDelivered) {
     EXPECT_EQ(Contents(), (Strings{"one", "two and more"}));
     for (const MailEntry& entry : listing.entries) {
         const bool first = Content(entry) == "one";
-        EXPECT_EQ(entry.size_bytes, first ? 3U : 12U);
+        EXPECT_EQ(entry.size_bytes, Mail(first ? "one" : "two and more").size_bytes());
         EXPECT_EQ(entry.received_ns, first ? kReceived : kReceived + 1000000000);
         EXPECT_GT(entry.changed_ns, 0);
     }
 }
 
 TEST_P(MailStoreContract, SaysThatNothingHasChanged) {
-    world_->Deliver("one", kReceived);
+    Deliver("one", kReceived);
     world_->Settle();
     const MailListing known = Listing();
 
@@ -120,10 +134,10 @@ TEST_P(MailStoreContract, SaysThatNothingHasChanged) {
 }
 
 TEST_P(MailStoreContract, SeesADeliveryAfterASettledListing) {
-    world_->Deliver("one", kReceived);
+    Deliver("one", kReceived);
     world_->Settle();
     const MailListing known = Listing();
-    world_->Deliver("two", kReceived);
+    Deliver("two", kReceived);
 
     const MailChange change = store().List(inbox(), &known).value();
 
@@ -151,7 +165,7 @@ TEST_P(MailStoreContract, AMessageThatWasDeletedIsGone) {
     world_->Delete(entry.key);
 
     EXPECT_EQ(store().Read(inbox(), entry).error().kind, ErrorKind::kGone);
-    const auto staged = store().Stage(inbox(), entry, Blob::FromString("new"));
+    const auto staged = store().Stage(inbox(), entry, Mail("new"));
     ASSERT_FALSE(staged.ok());
     EXPECT_EQ(staged.error().kind, ErrorKind::kGone);
     EXPECT_EQ(staged.error().number, static_cast<int>(kObjectDeleted));
@@ -162,6 +176,9 @@ TEST_P(MailStoreContract, AFolderThatIsNotThereIsNotFound) {
 }
 
 TEST_P(MailStoreContract, FoldersComeParentsFirstAndWithoutTheRoot) {
+    Strings before;
+    for (const MailFolder& folder : store().Folders().value())
+        before.push_back(folder.path);
     world_->MakeFolder("Work/Old");
     world_->MakeFolder("Work");
     world_->MakeFolder("Archive");
@@ -170,7 +187,8 @@ TEST_P(MailStoreContract, FoldersComeParentsFirstAndWithoutTheRoot) {
     const auto folders = store().Folders();
     for (const MailFolder& folder : folders.value()) {
         EXPECT_FALSE(folder.path.empty());
-        if (folder.path != inbox()) paths.push_back(folder.path);
+        const bool made = std::find(before.begin(), before.end(), folder.path) == before.end();
+        if (made && folder.path != inbox()) paths.push_back(folder.path);
     }
 
     EXPECT_LT(std::find(paths.begin(), paths.end(), "Work"),
@@ -182,22 +200,21 @@ TEST_P(MailStoreContract, FoldersComeParentsFirstAndWithoutTheRoot) {
 TEST_P(MailStoreContract, AReplacementIsUnseenUntilItIsCommitted) {
     const MailEntry entry = DeliverOne("old");
 
-    const auto staged = store().Stage(inbox(), entry, Blob::FromString("new one")).value();
+    const auto staged = store().Stage(inbox(), entry, Mail("new one")).value();
 
-    EXPECT_EQ(staged->content().ToString().value(), "new one");
+    EXPECT_EQ(staged->content().ToString().value(), world_->MailOf("new one"));
     EXPECT_EQ(Contents(), Strings{"old"});
 }
 
 TEST_P(MailStoreContract, ACommittedReplacementTakesTheOldOnesPlace) {
-    world_->Deliver("other", kReceived);
+    Deliver("other", kReceived);
     const MailEntry entry = DeliverOne("old");
 
-    const MailEntry now =
-        store().Stage(inbox(), entry, Blob::FromString("new one")).value()->Commit().value();
+    const MailEntry now = store().Stage(inbox(), entry, Mail("new one")).value()->Commit().value();
 
     EXPECT_EQ(Contents(), (Strings{"new one", "other"}));
     EXPECT_NE(now.key, entry.key) << "same key, same bytes";
-    EXPECT_EQ(now.size_bytes, 7U);
+    EXPECT_EQ(now.size_bytes, Mail("new one").size_bytes());
     EXPECT_EQ(now.received_ns, kReceived);
     EXPECT_EQ(Content(now), "new one");
     EXPECT_EQ(store().Read(inbox(), entry).error().kind, ErrorKind::kGone);
@@ -206,8 +223,7 @@ TEST_P(MailStoreContract, ACommittedReplacementTakesTheOldOnesPlace) {
 TEST_P(MailStoreContract, TheEntryOfAReplacementIsTheOneThatIsListed) {
     const MailEntry entry = DeliverOne("old");
 
-    const MailEntry now =
-        store().Stage(inbox(), entry, Blob::FromString("new")).value()->Commit().value();
+    const MailEntry now = store().Stage(inbox(), entry, Mail("new")).value()->Commit().value();
 
     const MailListing listing = Listing();
     ASSERT_EQ(listing.entries.size(), 1U);
@@ -218,10 +234,9 @@ TEST_P(MailStoreContract, TheEntryOfAReplacementIsTheOneThatIsListed) {
 
 TEST_P(MailStoreContract, AReplacementCanBeReplacedByItsEntry) {
     const MailEntry entry = DeliverOne("old");
-    const MailEntry first =
-        store().Stage(inbox(), entry, Blob::FromString("first")).value()->Commit().value();
+    const MailEntry first = store().Stage(inbox(), entry, Mail("first")).value()->Commit().value();
 
-    const auto second = store().Stage(inbox(), first, Blob::FromString("second")).value();
+    const auto second = store().Stage(inbox(), first, Mail("second")).value();
     ASSERT_TRUE(second->Commit().ok());
 
     EXPECT_EQ(Contents(), Strings{"second"});
@@ -230,17 +245,17 @@ TEST_P(MailStoreContract, AReplacementCanBeReplacedByItsEntry) {
 TEST_P(MailStoreContract, DroppingAStagedReplacementDiscardsIt) {
     const MailEntry entry = DeliverOne("old");
 
-    store().Stage(inbox(), entry, Blob::FromString("new")).value().reset();
+    store().Stage(inbox(), entry, Mail("new")).value().reset();
 
     EXPECT_EQ(Contents(), Strings{"old"});
-    EXPECT_TRUE(store().Stage(inbox(), entry, Blob::FromString("new")).value()->Commit().ok());
+    EXPECT_TRUE(store().Stage(inbox(), entry, Mail("new")).value()->Commit().ok());
 }
 
 TEST_P(MailStoreContract, AMessageThatWasFlaggedSinceIsNotReplaced) {
     const MailEntry entry = DeliverOne("old");
     world_->Flag(entry.key);
 
-    const auto staged = store().Stage(inbox(), entry, Blob::FromString("new"));
+    const auto staged = store().Stage(inbox(), entry, Mail("new"));
 
     ASSERT_FALSE(staged.ok());
     EXPECT_EQ(staged.error().kind, ErrorKind::kChanged);
@@ -250,7 +265,7 @@ TEST_P(MailStoreContract, AMessageThatWasFlaggedSinceIsNotReplaced) {
 
 TEST_P(MailStoreContract, AMessageThatWasFlaggedAfterStagingIsNotReplaced) {
     const MailEntry entry = DeliverOne("old");
-    auto staged = store().Stage(inbox(), entry, Blob::FromString("new")).value();
+    auto staged = store().Stage(inbox(), entry, Mail("new")).value();
     world_->Flag(entry.key);
 
     EXPECT_EQ(staged->Commit().error().kind, ErrorKind::kChanged);
@@ -261,7 +276,7 @@ TEST_P(MailStoreContract, AMessageThatWasFlaggedAfterStagingIsNotReplaced) {
 
 TEST_P(MailStoreContract, AMessageThatWasDeletedAfterStagingStaysDeleted) {
     const MailEntry entry = DeliverOne("old");
-    auto staged = store().Stage(inbox(), entry, Blob::FromString("new")).value();
+    auto staged = store().Stage(inbox(), entry, Mail("new")).value();
     world_->Delete(entry.key);
 
     EXPECT_EQ(staged->Commit().error().kind, ErrorKind::kGone);
@@ -272,8 +287,8 @@ TEST_P(MailStoreContract, AMessageThatWasDeletedAfterStagingStaysDeleted) {
 
 TEST_P(MailStoreContract, OfTwoReplacementsOfOneMessageOnlyTheFirstIsDone) {
     const MailEntry entry = DeliverOne("old");
-    const auto first = store().Stage(inbox(), entry, Blob::FromString("first")).value();
-    const auto second = store().Stage(inbox(), entry, Blob::FromString("second")).value();
+    const auto first = store().Stage(inbox(), entry, Mail("first")).value();
+    const auto second = store().Stage(inbox(), entry, Mail("second")).value();
 
     EXPECT_TRUE(first->Commit().ok());
     EXPECT_FALSE(second->Commit().ok());
@@ -283,7 +298,7 @@ TEST_P(MailStoreContract, OfTwoReplacementsOfOneMessageOnlyTheFirstIsDone) {
 
 TEST_P(MailStoreContract, ACommitCannotBeRepeated) {
     const MailEntry entry = DeliverOne("old");
-    const auto staged = store().Stage(inbox(), entry, Blob::FromString("new")).value();
+    const auto staged = store().Stage(inbox(), entry, Mail("new")).value();
     ASSERT_TRUE(staged->Commit().ok());
 
     EXPECT_FALSE(staged->Commit().ok());
@@ -292,6 +307,7 @@ TEST_P(MailStoreContract, ACommitCannotBeRepeated) {
 }
 
 TEST_P(MailStoreContract, AnEmptyReplacementIsKept) {
+    if (!world_->TakesEmptyMessages()) GTEST_SKIP() << "to IMAP no bytes are no message";
     const MailEntry entry = DeliverOne("old");
 
     ASSERT_TRUE(store().Stage(inbox(), entry, Blob()).value()->Commit().ok());

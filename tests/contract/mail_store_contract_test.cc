@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "contract/imap_world.h"
 #include "fakes/fake_mail_store.h"
 #include "platform/maildir/file_names.h"
 #include "platform/maildir/maildir_store.h"
@@ -114,7 +115,11 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         MailStoreCase{"fake", [] { return std::make_unique<FakeWorld>(); }},
         MailStoreCase{"maildir", [] { return std::make_unique<MaildirWorld>(Layout::kDotted); }},
-        MailStoreCase{"tree", [] { return std::make_unique<MaildirWorld>(Layout::kTree); }}),
+        MailStoreCase{"tree", [] { return std::make_unique<MaildirWorld>(Layout::kTree); }},
+        MailStoreCase{"dovecot", [] { return ImapWorld::Make("dovecot", "/"); }},
+        MailStoreCase{"dovecot_dots", [] { return ImapWorld::Make("dovecot", "."); }},
+        MailStoreCase{"cyrus", [] { return ImapWorld::Make("cyrus", "/"); }},
+        MailStoreCase{"cyrus_dots", [] { return ImapWorld::Make("cyrus", "."); }}),
     MailStoreCaseName);
 
 }  // namespace

@@ -147,20 +147,21 @@ Result<HiddenMail> HiddenMailbox::Read(const std::string& id) {
     return *std::move(mail);
 }
 
-// At the place that the server takes it at.
+// At the place that the server takes it at, unless another machine was faster.
 Status HiddenMailbox::Make() {
     if (!mailbox_.empty()) return {};
-    const Result<Client*> client = link_->Ready();
-    if (!client.ok()) return client.error();
     Status outcome = MessagingError(kCallFailed, "no mailbox can be made");
-    for (const std::string& candidate : candidates_) {
+    const std::vector<std::string> candidates = candidates_;
+    for (const std::string& candidate : candidates) {
+        const Result<Client*> client = link_->Ready();
+        if (!client.ok()) return client.error();
         outcome = client.value()->Create(candidate);
-        const bool there = outcome.ok() || outcome.error().kind == ErrorKind::kExists;
-        if (there) {
+        if (outcome.ok()) {
             mailbox_ = candidate;
             return {};
         }
-        if (!client.value()->connected()) return outcome;
+        TREVIX_RETURN_IF_ERROR(Locate());
+        if (!mailbox_.empty()) return {};
     }
     return outcome;
 }

@@ -107,13 +107,17 @@ Result<MailboxStatus> ImapStore::StatusOf(const std::string& folder, const std::
     if (context_->written.erase(mailbox) > 0) asked_ahead_.erase(mailbox);
     const auto ahead = asked_ahead_.find(mailbox);
     if (ahead != asked_ahead_.end()) {
-        const AskedAhead asked = ahead->second;
+        const AskedAhead known = ahead->second;
         asked_ahead_.erase(ahead);
-        if (IsFresh(asked.tick, now)) return asked.status;
+        if (IsFresh(known.tick, now)) return known.status;
     }
     const std::vector<std::string> together = AskTogether(folder, mailbox);
     std::optional<Result<MailboxStatus>> wanted;
-    TREVIX_RETURN_IF_ERROR(link_->Read([&](Client& client) -> Status {
+    const Status asked = link_->Read([&](Client& client) -> Status {
+        // Of the selected mailbox a server tells what this connection has seen of it so far.
+        const bool selected =
+            std::find(together.begin(), together.end(), client.selected()) != together.end();
+        if (selected) TREVIX_RETURN_IF_ERROR(client.Noop());
         const auto answers = client.StatusOf(together);
         if (!answers.ok()) return answers.error();
         wanted = answers.value().front();
@@ -122,7 +126,8 @@ Result<MailboxStatus> ImapStore::StatusOf(const std::string& folder, const std::
             if (answer.ok()) asked_ahead_[together[at]] = {answer.value(), now};
         }
         return {};
-    }));
+    });
+    if (!asked.ok()) return asked.error();
     if (!wanted) return MessagingError(kCallFailed, mailbox);
     return *wanted;
 }
