@@ -4,6 +4,7 @@
 
 #include "platform/associated/associated_store.h"
 #include "platform/errors.h"
+#include "platform/imap/open_imap_store.h"
 #include "platform/imap/server_settings.h"
 #include "platform/maildir/maildir_store.h"
 
@@ -22,9 +23,10 @@ OpenedStore OpenMaildir(const std::string& address, const StorePlan& plan, Clock
         plan.looks_only ? maildir::Leftovers::kLeave : maildir::Leftovers::kFinish);
 }
 
-OpenedStore OpenMailbox(const imap::ServerSettings& settings, const StorePlan& /*plan*/,
-                        Clock& /*clock*/) {
-    return MessagingError(kNoSupport, settings.address + ": IMAP stores cannot be opened yet");
+OpenedStore OpenMailbox(const imap::ServerSettings& settings, const StorePlan& plan,
+                        Clock& clock) {
+    return imap::OpenImapStore(
+        settings, plan.looks_only ? imap::Leftovers::kLeave : imap::Leftovers::kFinish, clock);
 }
 
 // `named` says which mailbox, in the words of whoever asked for it.
