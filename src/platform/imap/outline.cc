@@ -44,7 +44,7 @@ class SkeletonWriter {
 
     // False when the message cannot be told by its structure.
     Result<bool> Write() {
-        WriteRootHeader(*facts_.structure);
+        WriteHeader(*facts_.header, *facts_.structure);
         return WriteContent(*facts_.structure);
     }
 
@@ -61,16 +61,15 @@ class SkeletonWriter {
         return "=_" + token_ + "." + std::to_string(number);
     }
 
-    // Of a multipart everything is as it was but the boundary.
-    void WriteRootHeader(const BodyPart& root) {
-        const std::string& header = *facts_.header;
+    // The header as it is, but for a multipart's boundary.
+    void WriteHeader(std::string_view header, const BodyPart& part) {
         for (const HeaderLines& field : FieldsIn(header)) {
             if (field.name.empty()) continue;
-            if (root.is_multipart() && LowerText(field.name) == "content-type") continue;
+            if (part.is_multipart() && LowerText(field.name) == "content-type") continue;
             text_ += field.whole;
             if (!field.whole.ends_with('\n')) text_ += kNewline;
         }
-        if (root.is_multipart()) WriteType(root);
+        if (part.is_multipart()) WriteType(part);
         text_ += kNewline;
     }
 
@@ -93,9 +92,14 @@ class SkeletonWriter {
     // As it lies in the message where that was fetched, else from the structure.
     Result<bool> WritePartHeader(const BodyPart& part) {
         const auto fetched = facts_.sections.find(part.section + ".MIME");
-        if (part.is_multipart() || fetched == facts_.sections.end()) return WriteFields(part);
+        if (fetched == facts_.sections.end()) return WriteFields(part);
         const Result<std::string> block = fetched->second.ToString();
         if (!block.ok()) return block.error();
+        if (part.is_multipart()) {
+            if (BoundaryIn(block.value()) != ParameterOf(part.parameters, "boundary")) return false;
+            WriteHeader(block.value(), part);
+            return true;
+        }
         // The reader must take it for what the structure says.
         if (TypeWordIn(block.value()).starts_with("multipart/")) return false;
         for (const HeaderLines& field : FieldsIn(block.value())) {

@@ -19,10 +19,8 @@ constexpr int kDeepest = 50;
 constexpr std::size_t kMostParts = 1000;
 constexpr std::size_t kLongestBoundary = 500;
 
-// Reports, calendars and attached messages say what they are within their first lines; larger ones
-// are read in part.
+// Reports and calendars say what they are within their first lines; larger ones are read in part.
 constexpr std::uint64_t kBeginning = std::uint64_t{256} * 1024;
-constexpr std::uint64_t kAttachedHeader = std::uint64_t{16} * 1024;
 
 // A text body in which embedded pictures are looked up.
 constexpr std::uint64_t kMostText = std::uint64_t{8} * 1024 * 1024;
@@ -53,6 +51,8 @@ class Trust {
         if (boundary.back() == ' ' || boundary.find_first_of("\r\n") != std::string::npos) {
             return false;
         }
+        // What is left of one that a server has cut at a sign which ought to be quoted.
+        if (boundary.find_first_not_of('-') == std::string::npos) return false;
         for (const std::string& other : boundaries_) {
             if (other.starts_with(boundary) || boundary.starts_with(other)) return false;
         }
@@ -116,6 +116,7 @@ class Planner {
         : use_(use), tells_decoded_sizes_(tells_decoded_sizes), plan_(plan) {}
 
     void Visit(const BodyPart& part, bool is_root) {
+        if (use_ != MailUse::kSummary && !is_root) AskHeader(part);
         if (part.is_multipart()) {
             for (const BodyPart& child : part.children)
                 Visit(child, false);
@@ -123,8 +124,7 @@ class Planner {
         }
         if (part.size_bytes == 0) return;
         if (IsReport(part) || IsPartType(part, "text", "calendar")) Ask(part, kBeginning);
-        if (use_ == MailUse::kSummary) return;
-        VisitForIndex(part, is_root);
+        if (use_ != MailUse::kSummary) VisitForIndex(part);
     }
 
     // Pictures that the text shows are no attachments of their own; only the text tells.
@@ -141,12 +141,9 @@ class Planner {
         return part.disposition && LowerText(part.disposition->type) != "inline";
     }
 
-    void VisitForIndex(const BodyPart& part, bool is_root) {
+    void VisitForIndex(const BodyPart& part) {
         if (IsPlainText(part)) return;
-        if (!is_root) AskHeader(part);
-        if (IsAttachedMessage(part)) {
-            if (!HasName(part)) Ask(part, kAttachedHeader);
-        } else if (IsZip(part)) {
+        if (IsZip(part)) {
             Ask(part, part.size_bytes);
         } else if (LowerText(part.encoding) == "base64" && tells_decoded_sizes_) {
             plan_.decoded_sizes.push_back(part.section);
@@ -183,9 +180,11 @@ bool HasEmbedded(const BodyPart& part) {
            std::any_of(part.children.begin(), part.children.end(), HasEmbedded);
 }
 
-// Parts whose size, as they lie in the message, is asked for.
+// Parts whose size, as they lie in the message, is asked for; and attached messages, whose end some
+// servers see one line later than readers do.
 bool NeedsItsBytes(const BodyPart& part) {
-    if (IsPartType(part, "multipart", "signed") || IsPartType(part, "multipart", "encrypted") ||
+    if (IsAttachedMessage(part) || IsPartType(part, "multipart", "signed") ||
+        IsPartType(part, "multipart", "encrypted") ||
         IsPartType(part, "message", "external-body")) {
         return true;
     }
@@ -225,6 +224,23 @@ std::string TypeWordIn(std::string_view header) {
     return word;
 }
 
+std::string BoundaryIn(std::string_view header) {
+    const std::vector<HeaderLines> fields = FieldsNamed(header, "content-type");
+    if (fields.size() != 1) return {};
+    std::string_view value = fields.front().value;
+    const std::size_t found = LowerText(value).find("boundary");
+    if (found == std::string::npos) return {};
+    value.remove_prefix(found + std::string_view("boundary").size());
+    value.remove_prefix(std::min(value.find_first_not_of(" \t\r\n"), value.size()));
+    if (!value.starts_with('=')) return {};
+    value.remove_prefix(1);
+    value.remove_prefix(std::min(value.find_first_not_of(" \t\r\n"), value.size()));
+    if (!value.starts_with('"'))
+        return std::string(value.substr(0, value.find_first_of("; \t\r\n")));
+    value.remove_prefix(1);
+    return std::string(value.substr(0, value.find('"')));
+}
+
 bool IsTrusted(const BodyPart& structure, const std::string& header) {
     if (!Trust().Accepts(structure, 0)) return false;
     const std::vector<HeaderLines> types = FieldsNamed(header, "content-type");
@@ -232,8 +248,7 @@ bool IsTrusted(const BodyPart& structure, const std::string& header) {
     const bool multipart = structure.is_multipart();
     if (TypeWordIn(header).starts_with("multipart/") != multipart) return false;
     if (!multipart) return true;
-    return types.front().value.find(ParameterOf(structure.parameters, "boundary")) !=
-           std::string_view::npos;
+    return BoundaryIn(header) == ParameterOf(structure.parameters, "boundary");
 }
 
 OutlinePlan PlanOutline(const BodyPart& structure, const std::string& header,

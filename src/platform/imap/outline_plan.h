@@ -41,4 +41,7 @@ std::string ParameterOf(const BodyPart::Parameters& parameters, std::string_view
 // there is none.
 std::string TypeWordIn(std::string_view header);
 
+// The boundary that a header block gives, in its two usual forms; empty when there is none of them.
+std::string BoundaryIn(std::string_view header);
+
 }  // namespace trevix::imap

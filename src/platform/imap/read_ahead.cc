@@ -33,6 +33,12 @@ FetchRequest RequestFor(const OutlinePlan& plan) {
     return request;
 }
 
+// Failures of this machine are everybody's.
+bool IsLocal(const Error& error) {
+    return error.kind == ErrorKind::kNoSpace || error.kind == ErrorKind::kTooMany ||
+           error.kind == ErrorKind::kGone;
+}
+
 OutlinePlan WholePlan(std::uint64_t size_bytes) {
     OutlinePlan plan;
     plan.whole = true;
@@ -232,13 +238,17 @@ void ReadAhead::TakeIn() {
     Sort(flight);
 }
 
-// Everything once more, and message by message when the server refuses it as a whole.
+// Everything once more, and in halves as long as that fails: one message may hold what its server
+// cannot take apart, and some servers end the connection over it.
 void ReadAhead::Fetch(const Flight& flight) {
     bool asked = false;
-    const Status fetched = FetchNow(flight, asked);
+    Status fetched = FetchOnce(flight, asked);
     if (fetched.ok()) return;
-    const bool refused = asked && fetched.error().kind != ErrorKind::kIo;
-    if (refused) return FetchSingly(flight);
+    const std::size_t count = flight.for_structure.size() + flight.for_parts.size();
+    if (asked && !IsLocal(fetched.error())) {
+        if (count > 1) return FetchHalves(flight);
+        if (FetchWithoutExtras(flight)) return;
+    }
     for (const Items* group : {&flight.for_structure, &flight.for_parts}) {
         for (const ItemPointer& item : *group)
             item->error = fetched.error();
@@ -246,45 +256,50 @@ void ReadAhead::Fetch(const Flight& flight) {
 }
 
 // `asked` tells whether it came so far that messages were asked for.
-Status ReadAhead::FetchNow(const Flight& flight, bool& asked) {
-    return link_->Read([&](Client& client) -> Status {
-        asked = false;
-        tells_decoded_sizes_ = client.Offers("BINARY");
-        TREVIX_RETURN_IF_ERROR(OpenFor(flight, client));
-        asked = true;
-        return client.Fetch(RequestsOf(flight), SinkOf(flight));
-    });
+Status ReadAhead::FetchOnce(const Flight& flight, bool& asked) {
+    const Result<Client*> client = link_->Ready();
+    if (!client.ok()) return client.error();
+    tells_decoded_sizes_ = client.value()->Offers("BINARY");
+    TREVIX_RETURN_IF_ERROR(OpenFor(flight, *client.value()));
+    asked = true;
+    return client.value()->Fetch(RequestsOf(flight), SinkOf(flight));
 }
 
-// One message may hold what its server cannot take apart, or lie where it cannot be read.
-void ReadAhead::FetchSingly(const Flight& flight) {
+void ReadAhead::FetchHalves(const Flight& flight) {
+    Flight first;
+    Flight second;
+    const std::size_t half = (flight.for_structure.size() + flight.for_parts.size()) / 2;
+    std::size_t at = 0;
+    for (const ItemPointer& item : flight.for_structure)
+        (at++ < half ? first : second).for_structure.push_back(item);
+    for (const ItemPointer& item : flight.for_parts)
+        (at++ < half ? first : second).for_parts.push_back(item);
+    Fetch(first);
+    Fetch(second);
+}
+
+// Of a single message: without the sizes that the server would have to decode it for; without its
+// structure, when that is what fails. True when the rest of its way is clear.
+bool ReadAhead::FetchWithoutExtras(const Flight& flight) {
+    if (!flight.for_structure.empty()) {
+        flight.for_structure.front()->answered = true;
+        return true;
+    }
+    OutlinePlan& plan = flight.for_parts.front()->plan;
+    if (plan.decoded_sizes.empty()) return false;
+    plan.decoded_sizes.clear();
     bool asked = false;
-    for (const ItemPointer& item : flight.for_structure) {
-        Flight one;
-        one.for_structure = {item};
-        const Status fetched = FetchNow(one, asked);
-        if (!fetched.ok()) item->error = fetched.error();
-    }
-    for (const ItemPointer& item : flight.for_parts) {
-        Flight one;
-        one.for_parts = {item};
-        if (FetchNow(one, asked).ok()) continue;
-        // A transfer encoding that the server does not know; the parts are fetched as they are.
-        item->plan.decoded_sizes.clear();
-        if (item->plan.sections.empty()) continue;
-        const Status fetched = FetchNow(one, asked);
-        if (!fetched.ok()) item->error = fetched.error();
-    }
+    return plan.sections.empty() || FetchOnce(flight, asked).ok();
 }
 
 void ReadAhead::Sort(const Flight& flight) {
     for (const ItemPointer& item : flight.for_structure)
-        SortStructured(item);
+        SortStructured(item, use_);
     for (const ItemPointer& item : flight.for_parts)
         ready_[item->identity.uid] = item;
 }
 
-void ReadAhead::SortStructured(const ItemPointer& item) {
+void ReadAhead::SortStructured(const ItemPointer& item, MailUse use) {
     const bool known = item->facts.structure != nullptr && item->facts.header.has_value();
     if (!item->error && !item->answered) item->error = MessagingError(kObjectDeleted);
     if (item->error) {
@@ -292,7 +307,7 @@ void ReadAhead::SortStructured(const ItemPointer& item) {
         return;
     }
     item->plan = known ? PlanOutline(*item->facts.structure, *item->facts.header, item->size_bytes,
-                                     use_, tells_decoded_sizes_)
+                                     use, tells_decoded_sizes_)
                        : WholePlan(item->size_bytes);
     for (const SectionRequest& section : item->plan.sections) {
         if (section.range) item->facts.partial.insert(section.section);
@@ -316,7 +331,8 @@ ReadAhead::ItemPointer ReadAhead::FetchUnexpected(const MailEntry& entry,
     Flight flight;
     flight.for_structure = {item};
     Fetch(flight);
-    SortStructured(item);
+    // Nobody has said what for; whoever opens a message may look at all of it.
+    SortStructured(item, MailUse::kIndex);
     ready_.erase(identity.uid);
     if (std::erase(structured_, item) == 0) return item;
     flight.for_structure.clear();

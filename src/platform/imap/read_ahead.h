@@ -70,10 +70,11 @@ class ReadAhead {
     void TakeIn();
     bool Await(Flight& flight);
     void Fetch(const Flight& flight);
-    Status FetchNow(const Flight& flight, bool& asked);
-    void FetchSingly(const Flight& flight);
+    Status FetchOnce(const Flight& flight, bool& asked);
+    void FetchHalves(const Flight& flight);
+    bool FetchWithoutExtras(const Flight& flight);
     void Sort(const Flight& flight);
-    void SortStructured(const ItemPointer& item);
+    void SortStructured(const ItemPointer& item, MailUse use);
     ItemPointer FetchUnexpected(const MailEntry& entry, const MessageIdentity& identity);
     Result<MailOutline> OutlineOf(const Item& item);
     LazyPart LazyPartsOf(const MessageIdentity& identity) const;
