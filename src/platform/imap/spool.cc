@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "platform/errors.h"
@@ -39,6 +40,13 @@ class SpooledSource final : public Blob::Source {
     std::uint64_t size_bytes_;
 };
 
+// A missing directory is no missing mailbox.
+Error SpoolError(int system_error, const std::string& directory) {
+    const Error error = StoreSystemError(system_error, directory);
+    if (error.kind != ErrorKind::kNotFound) return error;
+    return MessagingError(kDiskError, directory + ": " + std::strerror(system_error));
+}
+
 std::string DefaultDirectory() {
     const char* const given = std::getenv("TMPDIR");
     return given != nullptr && *given == '/' ? given : "/tmp";
@@ -54,7 +62,7 @@ Status Spool::OpenFile() {
         file.Reset(::mkostemp(path.data(), O_CLOEXEC));
         if (file.valid()) ::unlink(path.c_str());
     }
-    if (!file.valid()) return StoreSystemError(errno, directory_);
+    if (!file.valid()) return SpoolError(errno, directory_);
     file_ = std::make_shared<SpoolFile>();
     file_->descriptor = std::move(file);
     return {};
@@ -75,7 +83,7 @@ Status Spool::Write(const char* bytes, std::size_t count) {
         const ssize_t put =
             ::pwrite(file_->descriptor.get(), bytes, count, static_cast<off_t>(end_));
         if (put < 0 && errno == EINTR) continue;
-        if (put < 0) return StoreSystemError(errno, directory_);
+        if (put < 0) return SpoolError(errno, directory_);
         bytes += put;
         count -= static_cast<std::size_t>(put);
         end_ += static_cast<std::uint64_t>(put);
