@@ -21,15 +21,16 @@ gnutls_x509_privkey_t NewKey() {
 }
 
 gnutls_x509_crt_t NewCertificate(gnutls_x509_privkey_t key, const std::string& name,
-                                 unsigned char serial) {
+                                 unsigned char serial, std::time_t from = kLongAgo,
+                                 std::time_t until = kFarAhead) {
     gnutls_x509_crt_t certificate = nullptr;
     gnutls_x509_crt_init(&certificate);
     gnutls_x509_crt_set_version(certificate, 3);
     gnutls_x509_crt_set_serial(certificate, &serial, 1);
     gnutls_x509_crt_set_dn_by_oid(certificate, GNUTLS_OID_X520_COMMON_NAME, 0, name.data(),
                                   static_cast<unsigned>(name.size()));
-    gnutls_x509_crt_set_activation_time(certificate, kLongAgo);
-    gnutls_x509_crt_set_expiration_time(certificate, kFarAhead);
+    gnutls_x509_crt_set_activation_time(certificate, from);
+    gnutls_x509_crt_set_expiration_time(certificate, until);
     gnutls_x509_crt_set_key(certificate, key);
     return certificate;
 }
@@ -57,9 +58,9 @@ std::string TestAuthority::Pem() const {
 
 gnutls_certificate_credentials_t TestAuthority::Issue(const CertificateWishes& wishes) const {
     const gnutls_x509_privkey_t key = NewKey();
-    gnutls_x509_crt_t certificate = NewCertificate(key, "a server of tests", 2);
-    if (wishes.expired) gnutls_x509_crt_set_expiration_time(certificate, kAgo);
-    if (wishes.not_yet_valid) gnutls_x509_crt_set_activation_time(certificate, kAhead);
+    gnutls_x509_crt_t certificate =
+        NewCertificate(key, "a server of tests", 2, wishes.not_yet_valid ? kAhead : kLongAgo,
+                       wishes.expired ? kAgo : kFarAhead);
     if (!wishes.dns_name.empty()) {
         gnutls_x509_crt_set_subject_alt_name(
             certificate, GNUTLS_SAN_DNSNAME, wishes.dns_name.data(),
