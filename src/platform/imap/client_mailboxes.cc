@@ -191,9 +191,7 @@ Result<SelectedMailbox> Client::Select(const std::string& mailbox, SelectMode mo
     if (!answer.ok()) return answer.error();
     TREVIX_RETURN_IF_ERROR(session_->Accept(answer.value()));
     session_->selected = mailbox;
-    News news;
-    news.alerts = std::move(session_->news().alerts);
-    session_->news() = std::move(news);
+    session_->ForgetNewsOfMailbox();
     return selection.Finish(answer.value(), mode);
 }
 

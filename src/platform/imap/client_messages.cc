@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::size_t kMostSetBytes = 4096;
 constexpr std::size_t kMostRefused = 100'000;
+constexpr std::size_t kMostFound = std::size_t{1} << 20;  // ranges of messages, found or gone
 
 // A flag is one word. What servers call their flags is not always an atom, so only what would end
 // the word is refused.
@@ -81,37 +82,33 @@ Status Client::Finish(Ticket ticket) {
 
 Result<UidSet> Client::FetchChanges(const FetchRequest& request, const FetchSink& sink) {
     if (!Offers("QRESYNC")) return session_->Unsupported("to tell what is gone (QRESYNC)");
-    UidSet vanished;
-    bool complete = true;
-    TREVIX_RETURN_IF_ERROR(
-        session_->FetchChanges(request, sink, [&vanished, &complete](Reply& reply) {
-            if (const auto* const told = std::get_if<VanishedReply>(&reply)) {
-                vanished.AddAll(told->uids);
-                complete = complete && told->complete && vanished.ranges().size() <= kMostRefused;
-                if (!complete) vanished = UidSet();
-            }
-            return Status();
-        }));
-    if (!complete) return session_->Malformed("too many messages are gone");
-    return vanished;
+    UidCollector vanished(kMostFound);
+    TREVIX_RETURN_IF_ERROR(session_->FetchChanges(request, sink, [&vanished](Reply& reply) {
+        if (const auto* const told = std::get_if<VanishedReply>(&reply)) {
+            vanished.Add(told->uids);
+            if (!told->complete) vanished.MarkIncomplete();
+        }
+        return Status();
+    }));
+    if (!vanished.complete()) return session_->Malformed("too many messages are gone");
+    return vanished.Take();
 }
 
 Result<UidSet> Client::Search(const std::string& criteria) {
     Command command("UID SEARCH");
     if (Offers("ESEARCH")) command.Words("RETURN (ALL)");
     command.Words(criteria);
-    UidSet found;
-    bool complete = true;
-    TREVIX_RETURN_IF_ERROR(session_->Do(
-        std::move(command), Session::Effect::kReads, [&found, &complete](Reply& reply) {
-            if (auto* const told = std::get_if<SearchReply>(&reply)) {
-                found.AddAll(told->uids);
-                complete = complete && told->complete;
+    UidCollector found(kMostFound);
+    TREVIX_RETURN_IF_ERROR(
+        session_->Do(std::move(command), Session::Effect::kReads, [&found](Reply& reply) {
+            if (const auto* const told = std::get_if<SearchReply>(&reply)) {
+                found.Add(told->uids);
+                if (!told->complete) found.MarkIncomplete();
             }
             return Status();
         }));
-    if (!complete) return session_->Malformed("the search has found too much");
-    return found;
+    if (!found.complete()) return session_->Malformed("the search has found too much");
+    return found.Take();
 }
 
 Result<std::optional<AppendedMail>> Client::Append(const AppendRequest& request) {

@@ -21,6 +21,7 @@ constexpr std::uint64_t kMostUnaskedBytes = std::uint64_t{1} << 20;
 constexpr std::uint64_t kMostUnaskedSmall = 4096;  // LITERAL-
 
 constexpr std::size_t kSendBytes = std::size_t{16} * 1024;
+constexpr std::size_t kMostVanished = 10'000;
 constexpr int kMostPrompts = 4;
 constexpr int kMostLastWords = 100;
 constexpr std::chrono::milliseconds kLastWords{1000};
@@ -49,7 +50,7 @@ std::optional<AppendedMail> ParseAppendUid(std::string_view arguments) {
 }
 
 Session::Session(const ConnectSettings& settings)
-    : settings_(settings), spool_(settings.spool_directory) {}
+    : settings_(settings), spool_(settings.spool_directory), vanished_(kMostVanished) {}
 
 Session::~Session() = default;
 
@@ -133,7 +134,7 @@ Status Session::SwitchToTls() {
     // What was told in the clear may have been told by anybody.
     capabilities_.clear();
     ForgetCapabilities();
-    news_ = News();
+    TakeNews();
     bye_.clear();
     return {};
 }
@@ -452,6 +453,20 @@ Result<Condition> Session::Await(std::uint64_t id) {
     Condition answer = *std::move(pending_.at(id).answer);
     pending_.erase(id);
     return answer;
+}
+
+News Session::TakeNews() {
+    News news = std::exchange(news_, News());
+    news.vanished_incomplete = !vanished_.complete();
+    news.vanished = vanished_.Take();
+    vanished_ = UidCollector(kMostVanished);
+    return news;
+}
+
+void Session::ForgetNewsOfMailbox() {
+    std::vector<std::string> alerts = std::move(news_.alerts);
+    TakeNews();
+    news_.alerts = std::move(alerts);
 }
 
 // Ending

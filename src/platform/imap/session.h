@@ -78,8 +78,8 @@ class Session final : private ContentRules {
     bool preauthenticated() const { return preauthenticated_; }
     std::optional<AppendedMail> TakeAppended() { return std::exchange(appended_, std::nullopt); }
     void ForgetAppended() { appended_.reset(); }
-    News TakeNews() { return std::exchange(news_, News()); }
-    News& news() { return news_; }
+    News TakeNews();
+    void ForgetNewsOfMailbox();
 
     Error Malformed(const char* what) const;
     Error Unsupported(const char* what) const;
@@ -141,7 +141,8 @@ class Session final : private ContentRules {
     bool capabilities_told_ = false;
     bool preauthenticated_ = false;
     std::optional<AppendedMail> appended_;
-    News news_;
+    News news_;  // without what has vanished
+    UidCollector vanished_;
     std::string bye_;
     Refusal refusal_;
     bool fate_unknown_ = false;

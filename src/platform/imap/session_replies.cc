@@ -13,7 +13,6 @@ namespace trevix::imap {
 namespace {
 
 constexpr std::size_t kMostAlerts = 16;
-constexpr std::size_t kMostVanished = 10'000;
 
 // The number in a tag of ours; 0 for any other.
 std::uint64_t IdOf(std::string_view tag) {
@@ -133,12 +132,9 @@ void Session::TakeCondition(const Condition& condition) {
 }
 
 void Session::TakeVanished(const VanishedReply& vanished) {
-    if (vanished.earlier || news_.vanished_incomplete) return;
-    news_.vanished.AddAll(vanished.uids);
-    if (!vanished.complete || news_.vanished.ranges().size() > kMostVanished) {
-        news_.vanished_incomplete = true;
-        news_.vanished = UidSet();
-    }
+    if (vanished.earlier) return;
+    vanished_.Add(vanished.uids);
+    if (!vanished.complete) vanished_.MarkIncomplete();
 }
 
 }  // namespace trevix::imap

@@ -151,4 +151,24 @@ std::vector<std::string> UidSet::ToTexts(std::size_t most_bytes) const {
     return texts;
 }
 
+void UidCollector::Add(const UidSet& uids) {
+    if (!complete_) return;
+    ranges_.insert(ranges_.end(), uids.ranges().begin(), uids.ranges().end());
+    constexpr std::size_t kFew = 1024;
+    if (ranges_.size() < 2 * settled_ + kFew && ranges_.size() <= most_ranges_) return;
+    Normalise(ranges_);
+    settled_ = ranges_.size();
+    if (ranges_.size() > most_ranges_) MarkIncomplete();
+}
+
+void UidCollector::MarkIncomplete() {
+    complete_ = false;
+    ranges_ = {};
+}
+
+UidSet UidCollector::Take() {
+    settled_ = 0;
+    return UidSet::FromRanges(std::exchange(ranges_, {}));
+}
+
 }  // namespace trevix::imap

@@ -59,4 +59,24 @@ class UidSet {
     std::vector<Range> ranges_;
 };
 
+// Puts sets together that come in any number and order, at a price that grows with what comes.
+class UidCollector {
+ public:
+    // More ranges than this are not kept.
+    explicit UidCollector(std::size_t most_ranges) : most_ranges_(most_ranges) {}
+
+    void Add(const UidSet& uids);
+    void MarkIncomplete();
+
+    // All that was added, and nothing is left. Empty when something could not be kept.
+    UidSet Take();
+    bool complete() const { return complete_; }
+
+ private:
+    std::size_t most_ranges_;
+    std::vector<UidSet::Range> ranges_;  // put together up to `settled_`, then as they came
+    std::size_t settled_ = 0;
+    bool complete_ = true;
+};
+
 }  // namespace trevix::imap
