@@ -244,7 +244,14 @@ Result<std::vector<Result<MailboxStatus>>> Client::StatusOf(
 Status Client::Create(const std::string& mailbox) {
     Command command("CREATE");
     command.Text(mailbox);
-    return session_->Do(std::move(command), Session::Effect::kWrites);
+    const Status created = session_->Do(std::move(command), Session::Effect::kWrites);
+    if (created.ok() || !connected() || !refusal().code.empty()) return created;
+    // Some servers only say in words why not.
+    const Refusal why = refusal();
+    const bool exists = StatusOf(mailbox).ok();
+    if (!connected()) return created;
+    session_->SetRefusal(why);
+    return exists ? MessagingError(kCollision, host() + ": " + why.text) : created;
 }
 
 }  // namespace trevix::imap

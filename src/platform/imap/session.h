@@ -74,6 +74,7 @@ class Session final : private ContentRules {
     const ConnectSettings& settings() const { return settings_; }
     const std::string& host() const { return settings_.host; }
     const Refusal& refusal() const { return refusal_; }
+    void SetRefusal(Refusal refusal) { refusal_ = std::move(refusal); }
     bool fate_unknown() const { return fate_unknown_; }
     bool preauthenticated() const { return preauthenticated_; }
     std::optional<AppendedMail> TakeAppended() { return std::exchange(appended_, std::nullopt); }

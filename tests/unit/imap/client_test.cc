@@ -184,9 +184,21 @@ TEST(ClientCreate, ANameThatIsTakenIsToldApart) {
                           .Expect("CREATE \"a\"")
                           .Send("{T} OK\r\n")
                           .Expect("CREATE \"a\"")
-                          .Send("{T} NO [ALREADYEXISTS] is there\r\n"));
+                          .Send("{T} NO [ALREADYEXISTS] is there\r\n")
+                          .Expect("CREATE \"a\"")
+                          .Send("{T} NO Mailbox already exists\r\n")
+                          .Expect("STATUS \"a\" *")
+                          .Send("* STATUS a (MESSAGES 0)\r\n{T} OK\r\n")
+                          .Expect("CREATE \"b\"")
+                          .Send("{T} NO I will not\r\n")
+                          .Expect("STATUS \"b\" *")
+                          .Send("{T} NO there is none\r\n"));
     EXPECT_TRUE(talk->Create("a").ok());
     EXPECT_EQ(talk->Create("a").error().kind, ErrorKind::kExists);
+    EXPECT_EQ(talk->Create("a").error().kind, ErrorKind::kExists);
+    EXPECT_EQ(talk->Create("b").error().kind, ErrorKind::kOther);
+    EXPECT_EQ(talk->refusal().text, "I will not");
+    EXPECT_FALSE(talk->fate_unknown());
     EXPECT_EQ(talk.Finish(), "");
 }
 
