@@ -23,8 +23,7 @@ OpenedStore OpenMaildir(const std::string& address, const StorePlan& plan, Clock
         plan.looks_only ? maildir::Leftovers::kLeave : maildir::Leftovers::kFinish);
 }
 
-OpenedStore OpenMailbox(const imap::ServerSettings& settings, const StorePlan& plan,
-                        Clock& clock) {
+OpenedStore OpenMailbox(const imap::ServerSettings& settings, const StorePlan& plan, Clock& clock) {
     return imap::OpenImapStore(
         settings, plan.looks_only ? imap::Leftovers::kLeave : imap::Leftovers::kFinish, clock);
 }
