@@ -139,10 +139,10 @@ Runner AttachProfile(CLI::App& app) {
                     "A mailbox on a server, \"imaps://user@host\"; may be given several times")
         ->type_name("ADDRESS")
         ->allow_extra_args(false);
-    add->add_option(
-           "--inbox", options->inbox,
-           "Which of them holds the Inbox (default: the first, directories before servers)")
-        ->type_name("STORE");
+    add->add_option("--inbox", options->inbox,
+                    "Which of them holds the Inbox, a directory or an address (default: the first "
+                    "directory, else the first address)")
+        ->type_name("DIR");
     add->add_option("--user", options->user, "The owner's name (default: the login name)")
         ->type_name("NAME");
 

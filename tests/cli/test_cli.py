@@ -507,7 +507,18 @@ class Profile(ctl.Case):
         self.ctl("profile", "add", "home", "--maildir", "Mail")
         self.assertIn("maildir:" + self.mail, self.ctl("profile", "list").stdout)
 
+    def test_servers_and_directories_in_one_profile(self):
+        self.ctl("profile", "add", "all", "--store", "IMAPS://ann@example.org@Imap.example.org:993/",
+                 "--store", "imap://ben@[::1]:1143", "--maildir", self.mail,
+                 "--inbox", "imaps://ann@example.org@imap.example.org")
+        self.assertEqual(self.ctl("profile", "list").stdout,
+                         f"all\n    maildir:{self.mail}\n"
+                         "    imaps://ann%40example.org@imap.example.org  (Inbox)\n"
+                         "    imap://ben@[::1]:1143\n")
+
     def test_bad_ones_are_refused(self):
+        self.ctl("profile", "add", "home", status=2)
+        self.ctl("profile", "add", "home", "--store", "imap.example.org", status=1)
         self.ctl("profile", "add", "a:b", "--maildir", self.mail, status=2)
         self.ctl("profile", "add", "home", "--maildir", "nowhere", status=1)
         self.ctl("profile", "add", "home", "--maildir", self.mail, "--inbox", "elsewhere",
