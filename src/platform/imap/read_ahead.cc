@@ -11,6 +11,12 @@ namespace {
 
 constexpr std::size_t kFlightMessages = 500;
 constexpr std::size_t kWholeMessages = 64;
+
+// With so few left at hand, what is under way is taken in and the next is sent.
+constexpr std::size_t kFewLeft = 32;
+
+// Whoever looks ahead himself asks for a message once more soon after.
+constexpr std::size_t kKept = 2;
 constexpr std::uint64_t kFlightBytes = std::uint64_t{8} * 1024 * 1024;
 
 // Messages that want the same are asked for together.
@@ -54,6 +60,7 @@ void ReadAhead::Forget() {
     expected_.clear();
     structured_.clear();
     ready_.clear();
+    given_.clear();
     // Its answers come all the same, and are dropped.
     if (flight_) Await(*flight_);
     flight_.reset();
@@ -61,20 +68,20 @@ void ReadAhead::Forget() {
 
 void ReadAhead::Expect(const std::string& mailbox, const std::vector<MailEntry>& entries,
                        MailUse use) {
-    Forget();
+    if (mailbox != mailbox_ || use != use_ || ready_.size() > 4 * kFlightMessages) Forget();
     mailbox_ = mailbox;
     use_ = use;
-    std::uint64_t order = 0;
     for (const MailEntry& entry : entries) {
         const auto identity = DecodeLocator(entry.locator);
-        if (!identity) continue;
+        if (!identity || order_of_.contains(identity->uid)) continue;
         auto item = std::make_shared<Item>();
-        item->order = ++order;
+        item->order = ++last_order_;
         item->identity = *identity;
         item->size_bytes = entry.size_bytes;
-        order_of_[identity->uid] = order;
+        order_of_[identity->uid] = item->order;
         expected_.push_back(std::move(item));
     }
+    if (!flight_) Send();
 }
 
 // What was expected earlier and not asked for will not be asked for any more.
@@ -85,9 +92,21 @@ void ReadAhead::PassOver(std::uint64_t order) {
     std::erase_if(ready_, [&passed](const auto& one) { return passed(one.second); });
 }
 
+ReadAhead::ItemPointer ReadAhead::GivenBefore(const std::string& mailbox,
+                                              const MessageIdentity& identity) const {
+    if (mailbox != mailbox_) return nullptr;
+    for (const ItemPointer& item : given_) {
+        const bool same = item->identity.uid == identity.uid &&
+                          item->identity.uid_validity == identity.uid_validity;
+        if (same && !item->error) return item;
+    }
+    return nullptr;
+}
+
 Result<MailOutline> ReadAhead::Outline(const std::string& mailbox, const MailEntry& entry) {
     const auto identity = DecodeLocator(entry.locator);
     if (!identity) return MessagingError(kInvalidEntryId, entry.key);
+    if (const ItemPointer again = GivenBefore(mailbox, *identity)) return OutlineOf(*again);
     const auto order = mailbox == mailbox_ ? order_of_.find(identity->uid) : order_of_.end();
     if (order == order_of_.end()) {
         if (mailbox != mailbox_) Forget();
@@ -106,7 +125,10 @@ Result<MailOutline> ReadAhead::Outline(const std::string& mailbox, const MailEnt
     if (item->identity.uid_validity != identity->uid_validity) {
         return MessagingError(kObjectDeleted);
     }
-    if (!flight_ && ready_.size() < kFlightMessages / 2) Send();
+    given_.push_back(item);
+    if (given_.size() > kKept) given_.pop_front();
+    if (ready_.size() <= kFewLeft && flight_) TakeIn();
+    if (!flight_) Send();
     return OutlineOf(*item);
 }
 

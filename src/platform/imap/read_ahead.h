@@ -28,6 +28,7 @@ class ReadAhead {
     // Both must outlive this; the link is held by whoever calls.
     explicit ReadAhead(std::shared_ptr<Link> link) : link_(std::move(link)) {}
 
+    // Adds to what was expected before, in the same mailbox and for the same use.
     void Expect(const std::string& mailbox, const std::vector<MailEntry>& entries, MailUse use);
 
     // The message in outline, from what was fetched ahead or fetched now. kGone.
@@ -59,6 +60,7 @@ class ReadAhead {
     };
 
     void Forget();
+    ItemPointer GivenBefore(const std::string& mailbox, const MessageIdentity& identity) const;
     void PassOver(std::uint64_t order);
     Flight NextFlight();
     Items NextForParts();
@@ -87,7 +89,9 @@ class ReadAhead {
     Items expected_;                                   // nothing asked yet
     Items structured_;                                 // the structure is known, parts are wanted
     std::map<std::uint32_t, ItemPointer> ready_;
+    Items given_;  // the last few that were handed out
     std::optional<Flight> flight_;
+    std::uint64_t last_order_ = 0;
 };
 
 }  // namespace trevix::imap
