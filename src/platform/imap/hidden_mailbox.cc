@@ -54,7 +54,8 @@ Status HiddenMailbox::Locate() {
 Status HiddenMailbox::ReadHeads(StoredMails& mails) {
     return link_->Read([&](Client& client) -> Status {
         mails.clear();
-        const auto opened = link_->OpenFresh(client, mailbox_, SelectMode::kReadOnly);
+        // For writing at once: most who look here write next, and selecting costs a round trip.
+        const auto opened = link_->OpenFresh(client, mailbox_, SelectMode::kReadWrite);
         if (!opened.ok()) return opened.error();
         if (opened.value().uid_validity != uid_validity_) last_read_.reset();
         uid_validity_ = opened.value().uid_validity;

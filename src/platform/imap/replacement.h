@@ -23,6 +23,10 @@
 //         Death between 3 and 6: recovery finds N by UID or digest, and goes on from step 4.
 //   7  The record is closed.
 //
+// REPLACE (RFC 8508) would do steps 3 to 6 at once, and is not used: with it the old message goes
+// before the new one can be proved, and a change of flags between step 2 and the command is lost
+// without a trace.
+//
 // Recovery on a record of any age removes only what the record proves: O (by UIDVALIDITY and UID)
 // when N is there with every byte, or N when O is there. When UIDVALIDITY has changed, nothing is
 // touched.
