@@ -163,7 +163,7 @@ Status Client::Noop() {
 }
 
 Status Client::LogOut() {
-    const Status said = session_->Do(Command("LOGOUT"));
+    Status said = session_->Do(Command("LOGOUT"));
     session_->Close();
     return said;
 }

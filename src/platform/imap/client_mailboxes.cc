@@ -133,7 +133,7 @@ class Listing {
     Status TakeList(ListReply& list) {
         bytes_ += list.name.size() + sizeof(Mailbox);
         for (const std::string& attribute : list.attributes) {
-            bytes_ += attribute.size() + sizeof attribute;
+            bytes_ += attribute.size() + sizeof(std::string);
         }
         Mailbox mailbox;
         mailbox.name = std::move(list.name);
@@ -244,7 +244,7 @@ Result<std::vector<Result<MailboxStatus>>> Client::StatusOf(
 Status Client::Create(const std::string& mailbox) {
     Command command("CREATE");
     command.Text(mailbox);
-    const Status created = session_->Do(std::move(command), Session::Effect::kWrites);
+    Status created = session_->Do(std::move(command), Session::Effect::kWrites);
     if (created.ok() || !connected() || !refusal().code.empty()) return created;
     // Some servers only say in words why not.
     const Refusal why = refusal();
