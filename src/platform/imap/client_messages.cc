@@ -50,15 +50,16 @@ Status AddMail(Command& command, const AppendRequest& request) {
 }  // namespace
 
 Status Client::Fetch(const FetchRequest& request, const FetchSink& sink) {
-    const Result<Ticket> ticket = StartFetch(request, sink);
-    return ticket.ok() ? Finish(ticket.value()) : Status(ticket.error());
+    return Fetch(std::vector<FetchRequest>{request}, sink);
 }
 
 Status Client::Fetch(const std::vector<FetchRequest>& requests, const FetchSink& sink) {
+    // One sink for all, not a copy for each.
+    const FetchSink shared = [&sink](FetchedMessage&& message) { return sink(std::move(message)); };
     std::vector<Ticket> tickets;
     Status status;
     for (const FetchRequest& request : requests) {
-        const Result<Ticket> ticket = StartFetch(request, sink);
+        const Result<Ticket> ticket = StartFetch(request, shared);
         if (!ticket.ok()) {
             status = ticket.error();
             break;
@@ -154,6 +155,9 @@ Result<UidSet> Client::Store(const UidSet& uids, FlagChange change,
             if (!modified)
                 return session_->GiveUp(session_->Malformed("a set of messages is none"));
             left_alone.AddAll(*modified);
+        } else if (unchanged_since && answer.value().text.starts_with('[')) {
+            // A code that does not end could be the one that matters.
+            return session_->GiveUp(session_->Malformed("a code in brackets does not end"));
         } else {
             TREVIX_RETURN_IF_ERROR(session_->Accept(answer.value()));
         }

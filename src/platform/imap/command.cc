@@ -37,6 +37,8 @@ Command& Command::Text(std::string_view text) {
         pieces_.push_back({std::string(text), true, {}});
         return *this;
     }
+    // In one piece, so that growing leaves no copy of a password behind.
+    tail.reserve(tail.size() + 2 * text.size() + 2);
     tail += '"';
     for (const char c : text) {
         if (c == '"' || c == '\\') tail += '\\';

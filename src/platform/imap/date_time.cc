@@ -12,7 +12,11 @@ namespace {
 
 constexpr std::array<std::string_view, 12> kMonths = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-constexpr int kSecondsADay = 24 * 60 * 60;
+constexpr std::int64_t kSecondsADay = 86'400;
+
+std::int64_t SecondsOf(int hours, int minutes) {
+    return (std::int64_t{hours} * 60 + minutes) * 60;
+}
 
 // A number of exactly `digits` digits; -1 when it is none.
 int TakeDigits(std::string_view& text, std::size_t digits) {
@@ -85,9 +89,10 @@ std::optional<DateTime> ParseDateTime(std::string_view text) {
     const std::chrono::year_month_day date{std::chrono::year(year), std::chrono::month(month),
                                            std::chrono::day(static_cast<unsigned>(day))};
     if (!date.ok()) return std::nullopt;
-    const std::int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
-    return DateTime{days * kSecondsADay + hour * 3600 + minute * 60 + second - zone.minutes * 60,
-                    zone.minutes};
+    const std::int64_t days = std::chrono::sys_days{date}.time_since_epoch().count();
+    return DateTime{
+        days * kSecondsADay + SecondsOf(hour, minute) + second - SecondsOf(0, zone.minutes),
+        zone.minutes};
 }
 
 std::string FormatDateTime(const DateTime& moment) {

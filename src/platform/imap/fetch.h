@@ -20,7 +20,8 @@ namespace trevix::imap {
 
 // One BODY.PEEK[section]<offset.count>, or BINARY.PEEK with `decoded`.
 struct SectionRequest {
-    // "", "HEADER", "TEXT", "2", "2.MIME", "2.HEADER", "HEADER.FIELDS (Subject From)"
+    // "", "HEADER", "TEXT", "2", "2.MIME", "2.HEADER", "HEADER.FIELDS (Subject From)"; of the last
+    // kind one for each message part in a request.
     std::string section;
     std::optional<std::pair<std::uint64_t, std::uint64_t>> range;  // offset and count of bytes
 

@@ -5,14 +5,13 @@
 #include <optional>
 
 #include "platform/imap/ascii.h"
+#include "platform/imap/utf8.h"
 
 namespace trevix::imap {
 namespace {
 
 constexpr std::string_view kAlphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+,";
-constexpr char32_t kReplacement = 0xFFFD;
-constexpr char32_t kHighest = 0x10FFFF;
 
 bool IsHighSurrogate(char32_t unit) {
     return unit >= 0xD800 && unit < 0xDC00;
@@ -22,50 +21,6 @@ bool IsLowSurrogate(char32_t unit) {
 }
 bool IsPlain(char32_t c) {
     return c >= 0x20 && c < 0x7F;
-}
-
-void PutUtf8(std::string& text, char32_t c) {
-    const auto put = [&text](char32_t byte) { text += static_cast<char>(byte); };
-    if (c < 0x80) {
-        put(c);
-    } else if (c < 0x800) {
-        put(0xC0 | c >> 6);
-        put(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-        put(0xE0 | c >> 12);
-        put(0x80 | (c >> 6 & 0x3F));
-        put(0x80 | (c & 0x3F));
-    } else {
-        put(0xF0 | c >> 18);
-        put(0x80 | (c >> 12 & 0x3F));
-        put(0x80 | (c >> 6 & 0x3F));
-        put(0x80 | (c & 0x3F));
-    }
-}
-
-// The next character of UTF-8 text; U+FFFD for a byte that starts none.
-char32_t TakeUtf8(std::string_view& text) {
-    const auto byte = [&text](std::size_t at) {
-        return at < text.size() ? static_cast<unsigned char>(text[at]) : 0U;
-    };
-    const char32_t first = byte(0);
-    const std::size_t more = first < 0x80                    ? 0
-                             : first >= 0xC2 && first < 0xE0 ? 1
-                             : first >= 0xE0 && first < 0xF0 ? 2
-                             : first >= 0xF0 && first < 0xF5 ? 3
-                                                             : 4;
-    constexpr std::array<char32_t, 4> kFirstMask = {0x7F, 0x1F, 0x0F, 0x07};
-    constexpr std::array<char32_t, 4> kLowest = {0, 0x80, 0x800, 0x10000};
-    char32_t c = more < 4 ? first & kFirstMask[more] : kReplacement;
-    bool valid = more < 4;
-    for (std::size_t at = 1; valid && at <= more; ++at) {
-        valid = (byte(at) & 0xC0) == 0x80;
-        c = c << 6 | (byte(at) & 0x3F);
-    }
-    valid =
-        valid && c >= kLowest[more] && c <= kHighest && !IsHighSurrogate(c) && !IsLowSurrogate(c);
-    text.remove_prefix(valid ? more + 1 : 1);
-    return valid ? c : kReplacement;
 }
 
 // The UTF-16 units between "&" and "-". Nothing unless they are what an encoder would have written.
@@ -151,7 +106,7 @@ std::string DecodeMailboxName(std::string_view wire_name) {
         if (static_cast<unsigned char>(c) < 0x80) {
             text += c;
         } else {
-            PutUtf8(text, kReplacement);
+            PutUtf8(text, kReplacementCharacter);
         }
     }
     return text;

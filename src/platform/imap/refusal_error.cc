@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "platform/errors.h"
+#include "platform/imap/utf8.h"
 
 namespace trevix::imap {
 namespace {
@@ -56,16 +57,10 @@ std::string Words(const std::string& host, const Condition& answer) {
 std::string CleanWords(std::string_view words) {
     constexpr std::size_t kMostBytes = 300;
     std::string clean;
-    for (const char c : words.substr(0, kMostBytes)) {
-        const auto byte = static_cast<unsigned char>(c);
-        clean += byte < 0x20 || byte == 0x7F ? ' ' : c;
-    }
-    // A character that the cut went through is left out.
-    if (words.size() > kMostBytes) {
-        while (!clean.empty() && (static_cast<unsigned char>(clean.back()) & 0xC0) == 0x80) {
-            clean.pop_back();
-        }
-        if (!clean.empty() && static_cast<unsigned char>(clean.back()) >= 0x80) clean.pop_back();
+    while (!words.empty() && clean.size() < kMostBytes) {
+        const char32_t c = TakeUtf8(words);
+        const bool control = c < 0x20 || (c >= 0x7F && c < 0xA0);
+        PutUtf8(clean, control ? U' ' : c);
     }
     return clean;
 }

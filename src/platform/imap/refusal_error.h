@@ -9,7 +9,8 @@
 
 namespace trevix::imap {
 
-// A server's words for a log or a terminal: one line, no control characters, at most 300 bytes.
+// A server's words for a log or a terminal: one line of UTF-8, no control
+// characters, about 300 bytes at most.
 std::string CleanWords(std::string_view words);
 
 // The error of an answer that is not OK.

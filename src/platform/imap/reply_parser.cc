@@ -101,7 +101,7 @@ class ReplyReader {
             const int next = scanner_.Peek();
             if (next == ' ' || next == '\r' || next == '\n') continue;
             std::string word = ReadAtom(scanner_);
-            if (!scanner_.Keep(word.size() + sizeof word)) {
+            if (!scanner_.Keep(word.size() + sizeof(std::string))) {
                 scanner_.Malformed("a list is too long");
             }
             words.push_back(std::move(word));

@@ -238,6 +238,7 @@ Result<Condition> Session::Authenticate(const std::string& mechanism, std::strin
     TREVIX_RETURN_IF_ERROR(FinishAll());
     const std::uint64_t id = Begin(response.size(), {});
     bool given = Offers("SASL-IR");
+    out_.reserve(kSendBytes + response.size());
     std::string line = TagOf(id) + " AUTHENTICATE " + mechanism;
     TREVIX_RETURN_IF_ERROR(Put(line));
     if (given) {
@@ -265,7 +266,7 @@ Status Session::FetchChanges(const FetchRequest& request, FetchSink sink, const 
     TREVIX_RETURN_IF_ERROR(FinishAll());
     handler_ = &handler;
     const Result<Client::Ticket> ticket = StartFetch(request, std::move(sink), true);
-    const Status status = ticket.ok() ? Finish(ticket.value()) : Status(ticket.error());
+    Status status = ticket.ok() ? Finish(ticket.value()) : Status(ticket.error());
     handler_ = nullptr;
     return status;
 }
@@ -323,7 +324,8 @@ Status Session::MakeRoom(std::size_t bytes) {
     const auto full = [this, bytes] {
         return std::count_if(pending_.begin(), pending_.end(),
                              [](const auto& entry) { return !entry.second.answer; }) >=
-                   static_cast<std::ptrdiff_t>(settings_.limits.in_flight) ||
+                   static_cast<std::ptrdiff_t>(
+                       std::max<std::size_t>(settings_.limits.in_flight, 1)) ||
                (pending_bytes_ > 0 && pending_bytes_ + bytes > kMostBytesAhead);
     };
     while (full()) {
@@ -427,7 +429,7 @@ Status Session::SendContent(const Blob& content, bool last, Effect effect) {
         left -= count;
         // From here on the server may have all that it needs.
         if (left == 0 && last && effect == Effect::kWrites) fate_unknown_ = true;
-        const Status written = transport_->Write(bytes, count);
+        Status written = transport_->Write(bytes, count);
         return written.ok() ? written : WriteFailed(written.error());
     });
     // Bytes were promised that are not to be had, so the conversation cannot go on.

@@ -42,7 +42,7 @@ class SpooledSource final : public Blob::Source {
 
 // A missing directory is no missing mailbox.
 Error SpoolError(int system_error, const std::string& directory) {
-    const Error error = StoreSystemError(system_error, directory);
+    Error error = StoreSystemError(system_error, directory);
     if (error.kind != ErrorKind::kNotFound) return error;
     return MessagingError(kDiskError, directory + ": " + std::strerror(system_error));
 }

@@ -253,11 +253,15 @@ TEST(ClientStore, LeavesAloneWhatWasChanged) {
             .Send(Greeting("CONDSTORE"))
             .Expect("UID STORE 5:9 (UNCHANGEDSINCE 12) +FLAGS.SILENT (\\Deleted)")
             .Send("* 1 FETCH (UID 5 MODSEQ (13))\r\n{T} OK [MODIFIED 7,9] Conditional STORE\r\n")
+            .Expect("UID STORE 7 (UNCHANGEDSINCE 12) +FLAGS.SILENT (\\Deleted)")
+            .Send("{T} NO [MODIFIED 7] no\r\n")
             .Expect("UID STORE 5 -FLAGS.SILENT (\\Deleted $x)")
             .Send("{T} NO [READ-ONLY] no\r\n"));
     const auto left = talk->Store(UidSet::Between(5, 9), FlagChange::kAdd, {"\\Deleted"}, 12);
     ASSERT_TRUE(left.ok());
     EXPECT_EQ(left.value().ToText(), "7,9");
+    EXPECT_EQ(talk->Store(UidSet::Of(7), FlagChange::kAdd, {"\\Deleted"}, 12).value(),
+              UidSet::Of(7));
     const auto refused =
         talk->Store(UidSet::Of(5), FlagChange::kRemove, {"\\Deleted", "\\Recent", "$x"});
     ASSERT_FALSE(refused.ok());

@@ -33,11 +33,11 @@ TEST(ClientConnect, AsksForCapabilitiesThatWereNotTold) {
 }
 
 TEST(ClientConnect, ReportsWhyTheServerDoesNotWantUs) {
-    Conversation talk(Script().Send("* BYE too many of \x1b[1m you\r\n").HangUp());
+    Conversation talk(Script().Send("* BYE too many of \x1b[1m you \xC2\x9B \xFF\r\n").HangUp());
     ASSERT_FALSE(talk.connected());
     EXPECT_EQ(talk.connect_error().kind, ErrorKind::kIo);
     EXPECT_EQ(talk.connect_error().description.find(
-                  "127.0.0.1: the server does not want us: too many of  [1m you"),
+                  "127.0.0.1: the server does not want us: too many of  [1m you   \xEF\xBF\xBD"),
               0U);
 }
 

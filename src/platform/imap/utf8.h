@@ -1,0 +1,16 @@
+// Characters in UTF-8.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace trevix::imap {
+
+inline constexpr char32_t kReplacementCharacter = 0xFFFD;
+
+void PutUtf8(std::string& text, char32_t c);
+
+// The next character of a text that is not empty; U+FFFD for a byte that starts none.
+char32_t TakeUtf8(std::string_view& text);
+
+}  // namespace trevix::imap
