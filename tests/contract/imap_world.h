@@ -14,7 +14,7 @@
 #include "platform/imap/imap_store.h"
 #include "platform/imap/mailbox_name.h"
 #include "platform/imap/message_identity.h"
-#include "support/mail_server.h"
+#include "support/imap_server.h"
 
 namespace trevix::contract {
 
@@ -25,9 +25,11 @@ class ImapWorld final : public MailStoreWorld {
                                                 const std::string& separator) {
         std::unique_ptr<ImapWorld> world(new ImapWorld);
         world->separator_ = separator;
-        world->server_ = tests::MailServer::Start(kind, separator);
-        if (world->server_ == nullptr) return nullptr;
-        world->other_ = world->server_->Connect("ann");
+        world->server_ = std::make_unique<test::ImapServer>(
+            kind, std::vector<std::string>{"--separator", separator});
+        if (!world->server_->IsRunning()) return nullptr;
+        world->other_ = world->Connect();
+        if (world->other_ == nullptr) return nullptr;
         world->OpenStore();
         return world;
     }
@@ -90,6 +92,23 @@ class ImapWorld final : public MailStoreWorld {
         if (::mkdtemp(state_.data()) == nullptr) state_.clear();
     }
 
+    std::unique_ptr<imap::Client> Connect() const {
+        imap::ConnectSettings settings;
+        settings.host = "localhost";
+        settings.port = static_cast<std::uint16_t>(server_->tls_port());
+        settings.ca_file = server_->ca_file();
+        auto client = imap::Client::Connect(settings);
+        EXPECT_TRUE(client.ok()) << client.error().description;
+        if (!client.ok()) return nullptr;
+        const std::string password = server_->password("ann");
+        imap::Credentials credentials;
+        credentials.user = "ann";
+        credentials.secret = password;
+        const Status logged_in = client.value()->LogIn(credentials);
+        EXPECT_TRUE(logged_in.ok()) << logged_in.error().description;
+        return std::move(client).value();
+    }
+
     void OpenStore() {
         imap::StorePlan plan;
         plan.address = "imaps://ann@localhost";
@@ -98,7 +117,7 @@ class ImapWorld final : public MailStoreWorld {
         auto opened = imap::OpenImapStore(
             plan,
             [this]() -> Result<std::unique_ptr<imap::Client>> {
-                auto client = server_->Connect("ann");
+                auto client = Connect();
                 if (client == nullptr) return MessagingError(kNetworkError);
                 return client;
             },
@@ -116,7 +135,7 @@ class ImapWorld final : public MailStoreWorld {
     StillClock clock_;
     std::string state_;
     std::string separator_;
-    std::unique_ptr<tests::MailServer> server_;
+    std::unique_ptr<test::ImapServer> server_;
     std::unique_ptr<imap::Client> other_;
     std::unique_ptr<MailStore> store_;
 };
