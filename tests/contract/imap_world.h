@@ -74,6 +74,7 @@ class ImapWorld final : public MailStoreWorld {
         if (!mail.starts_with(header) || !mail.ends_with("\r\n")) return mail;
         return mail.substr(header.size(), mail.size() - header.size() - 2);
     }
+    bool IsServersOwn(const std::string& path) const override { return path == "Sent"; }
     bool TakesEmptyMessages() const override { return false; }
 
  private:

@@ -35,6 +35,9 @@ class MailStoreWorld {
     virtual std::string MailOf(const std::string& text) const { return text; }
     virtual std::string TextOf(const std::string& mail) const { return mail; }
 
+    // Whether the store's server makes this folder by itself, some time after the first log-in.
+    virtual bool IsServersOwn(const std::string& /*path*/) const { return false; }
+
     // A message of no bytes at all is none for an IMAP server.
     virtual bool TakesEmptyMessages() const { return true; }
 };
@@ -180,9 +183,6 @@ TEST_P(MailStoreContract, AFolderThatIsNotThereIsNotFound) {
 }
 
 TEST_P(MailStoreContract, FoldersComeParentsFirstAndWithoutTheRoot) {
-    Strings before;
-    for (const MailFolder& folder : store().Folders().value())
-        before.push_back(folder.path);
     world_->MakeFolder("Work/Old");
     world_->MakeFolder("Work");
     world_->MakeFolder("Archive");
@@ -191,8 +191,8 @@ TEST_P(MailStoreContract, FoldersComeParentsFirstAndWithoutTheRoot) {
     const auto folders = store().Folders();
     for (const MailFolder& folder : folders.value()) {
         EXPECT_FALSE(folder.path.empty());
-        const bool made = std::find(before.begin(), before.end(), folder.path) == before.end();
-        if (made && folder.path != inbox()) paths.push_back(folder.path);
+        const bool others = folder.path == inbox() || world_->IsServersOwn(folder.path);
+        if (!others) paths.push_back(folder.path);
     }
 
     EXPECT_LT(std::find(paths.begin(), paths.end(), "Work"),
