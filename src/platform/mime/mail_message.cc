@@ -179,6 +179,7 @@ class MailMessage final : public Message, public AttachmentOwner {
     }
 
     Result<std::string> WriteDoubt() override {
+        place_.store->NoteChange();
         if (write_doubt_.has_value()) return *write_doubt_;
         TREVIX_RETURN_IF_ERROR(BeginSecondOpinion());
         if (write_doubt_.has_value()) return *write_doubt_;
@@ -189,13 +190,13 @@ class MailMessage final : public Message, public AttachmentOwner {
     }
 
     void ExpectWrite() override {
-        // A failure shows when WriteDoubt() tries again.
-        Drop(BeginSecondOpinion());
+        // A message in outline is read as a whole only when it is changed for certain: to save an
+        // attachment is what an index run does, too. A failure shows when WriteDoubt() tries again.
+        if (content_.exact) Drop(BeginSecondOpinion());
     }
 
     Status BeginSecondOpinion() {
         if (write_doubt_.has_value() || second_opinion_.valid()) return {};
-        place_.store->NoteChange();
         if (!content_.exact) TREVIX_RETURN_IF_ERROR(ReadWhole());
         if (write_doubt_.has_value()) return {};
         if (!content_.tree.doubt.empty()) {

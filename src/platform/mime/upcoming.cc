@@ -6,7 +6,9 @@
 namespace trevix::mime {
 namespace {
 
-constexpr std::size_t kWidestWindow = 64;
+// Wide enough that a server which is a tenth of a second away is seldom waited for. How much of it a
+// store fetches ahead is its own decision.
+constexpr std::size_t kWidestWindow = 512;
 
 }  // namespace
 

@@ -1,5 +1,7 @@
 // Messages that a store hands out in outline, and reading ahead.
 
+#include <cstdio>
+
 #include "platform/mime/read_message.h"
 #include "platform/mime/upcoming.h"
 #include "unit/mime/mime_world.h"
@@ -184,6 +186,18 @@ TEST(OutlinedMessage, SizesAndNamesCostNoContent) {
     EXPECT_EQ(world.store.gap_reads, 0);
     EXPECT_EQ(world.store.whole_reads, 0);
     EXPECT_EQ(DataOf(*ItemOf(*message, 2)), "second file");
+    EXPECT_EQ(world.store.whole_reads, 0);
+}
+
+TEST(OutlinedMessage, SavingAnAttachmentFetchesThatOneAlone) {
+    OutlineWorld world;
+    world.mail.AddMessage("", TwoAttachments(), 1);
+    const auto message = world.Open(world.Ids().front());
+    const std::string path = testing::TempDir() + "outlined-attachment";
+
+    ASSERT_TRUE(ItemOf(*message, 2)->WriteToFile(path).ok());
+
+    EXPECT_EQ(std::remove(path.c_str()), 0);
     EXPECT_EQ(world.store.whole_reads, 0);
 }
 
