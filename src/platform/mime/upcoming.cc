@@ -6,8 +6,8 @@
 namespace trevix::mime {
 namespace {
 
-// Wide enough that a server which is a tenth of a second away is seldom waited for. How much of it a
-// store fetches ahead is its own decision.
+// Wide enough that a server which is a tenth of a second away is seldom waited for. How much of it
+// a store fetches ahead is its own decision.
 constexpr std::size_t kWidestWindow = 512;
 
 }  // namespace
