@@ -106,8 +106,11 @@ Result<Blob> FetchContent(Link& link, const std::string& mailbox, const MessageI
                           const SectionRequest& section) {
     std::optional<Blob> content;
     const Status fetched = link.Read([&](Client& client) -> Status {
-        // Some servers go on to show a removed message to who has not been told yet.
-        const auto opened = link.OpenFresh(client, mailbox, SelectMode::kReadOnly);
+        // Some servers go on to show a removed message to who has not been told yet. Whoever reads
+        // a part has been shown the message already.
+        const auto opened = section.section.empty()
+                                ? link.OpenFresh(client, mailbox, SelectMode::kReadOnly)
+                                : link.Open(client, mailbox, SelectMode::kReadOnly);
         if (!opened.ok()) return opened.error();
         if (opened.value().uid_validity != identity.uid_validity) return {};
         FetchRequest request;

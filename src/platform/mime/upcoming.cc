@@ -10,6 +10,9 @@ namespace {
 // a store fetches ahead is its own decision.
 constexpr std::size_t kWidestWindow = 512;
 
+// The first guess: whoever takes rows opens some of them, as a rule.
+constexpr std::size_t kFirstWindow = 16;
+
 }  // namespace
 
 void Upcoming::Note(std::string folder, std::shared_ptr<const FolderSummary> listing,
@@ -32,7 +35,8 @@ std::vector<MailEntry> Upcoming::Follow(const std::string& folder, const std::st
         return {};
     }
     const bool as_guessed = position == next_ && window_ > 0;
-    window_ = as_guessed ? std::min(window_ * 2, kWidestWindow) : 1;
+    const std::size_t anew = position == 0 ? kFirstWindow : 1;
+    window_ = as_guessed ? std::min(window_ * 2, kWidestWindow) : anew;
     next_ = position + 1;
 
     // Told in good time: when half of what the store was told of last is used up.

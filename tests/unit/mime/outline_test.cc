@@ -259,13 +259,14 @@ TEST(OutlinedMessage, TheStoreIsToldWhatComesNext) {
 
 TEST(OutlinedMessage, AfterAChangeTheStoreIsToldToExpectMore) {
     OutlineWorld world;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 40; ++i)
         world.mail.AddMessage("", TwoAttachments(), i);
     const auto ids = world.Ids();
     const auto first = world.Open(ids[0]);
     ASSERT_TRUE(ItemOf(*first, 1)->SetField(kTagAttachmentData, Bytes("zip")).ok());
     world.store.expected.clear();
-    world.Open(ids[1]);
+    for (std::size_t i = 1; i < ids.size() && world.store.expected.empty(); ++i)
+        world.Open(ids[i]);
 
     ASSERT_FALSE(world.store.expected.empty());
     EXPECT_EQ(world.store.expected.back().second, MailUse::kChange);
@@ -306,11 +307,11 @@ TEST(Upcoming, GuessesNothingAfterAJumpOrElsewhere) {
     Upcoming upcoming;
     upcoming.Note("f", ListingOf(100), Downward(100));
     EXPECT_EQ(upcoming.Next(), nullptr);
-    upcoming.Follow("f", "k99");
-    EXPECT_EQ(upcoming.Next(), nullptr) << "one message makes no order";
     upcoming.Follow("f", "k98");
+    EXPECT_EQ(upcoming.Next(), nullptr) << "one message in the middle makes no order";
+    upcoming.Follow("f", "k97");
     ASSERT_NE(upcoming.Next(), nullptr);
-    EXPECT_EQ(upcoming.Next()->entry.key, "k97");
+    EXPECT_EQ(upcoming.Next()->entry.key, "k96");
     upcoming.Follow("f", "k50");
     EXPECT_EQ(upcoming.Next(), nullptr);
     EXPECT_TRUE(upcoming.Follow("other", "k49").empty());
