@@ -84,12 +84,14 @@ void ReadAhead::Expect(const std::string& mailbox, const std::vector<MailEntry>&
     if (!flight_) Send();
 }
 
-// What was expected earlier and not asked for will not be asked for any more.
+// What was expected earlier and not asked for is forgotten: whoever wants it after all says so
+// anew, or has it fetched alone.
 void ReadAhead::PassOver(std::uint64_t order) {
     const auto passed = [order](const ItemPointer& item) { return item->order < order; };
     std::erase_if(expected_, passed);
     std::erase_if(structured_, passed);
     std::erase_if(ready_, [&passed](const auto& one) { return passed(one.second); });
+    std::erase_if(order_of_, [order](const auto& one) { return one.second < order; });
 }
 
 ReadAhead::ItemPointer ReadAhead::GivenBefore(const std::string& mailbox,
@@ -117,7 +119,7 @@ Result<MailOutline> ReadAhead::Outline(const std::string& mailbox, const MailEnt
     order_of_.erase(order);
     while (!ready_.contains(identity->uid)) {
         if (!flight_) Send();
-        if (!flight_) return MessagingError(kCallFailed, "a message is not on its way");
+        if (!flight_) return OutlineOf(*FetchUnexpected(entry, *identity));
         TakeIn();
     }
     const ItemPointer item = ready_.at(identity->uid);
