@@ -18,17 +18,24 @@
 export TREVIX_SERVER=${TREVIX_SERVER:-imap.example.org}
 export TREVIX_USERS=${TREVIX_USERS:-$HOME/users.txt}
 
+# The signal to end is handed on to the program, whenever it comes.
+signalled=no
+run=
+trap 'signalled=yes; [ -z "$run" ] || kill -TERM "$run" 2>/dev/null' TERM INT
+
 # In the background, so that the signal is heard while it runs.
 "${TREVIX_SHARE:-/usr/libexec/trevix/trevix-share}" --jobs "${SLURM_CPUS_PER_TASK:-1}" \
   --max-time 110m &
 run=$!
-trap 'kill -TERM "$run" 2>/dev/null' TERM INT
-wait "$run"
-status=$?
-# A signal ends the first wait; the second one brings the program's own exit status.
-while kill -0 "$run" 2>/dev/null; do
+[ "$signalled" = no ] || kill -TERM "$run" 2>/dev/null
+
+# A signal ends the wait before the program has ended; the next wait brings the program's own exit
+# status, also when it has ended meanwhile.
+while :; do
+  signalled=no
   wait "$run"
   status=$?
+  [ "$signalled" = yes ] || break
 done
 
 case $status in
