@@ -167,7 +167,8 @@ class MailStore {
     }
 
     // Writes a replacement for the message as listed, without showing it. It may be on its way to
-    // the disk still; Commit() shows nothing before it is durable.
+    // the disk still; Commit() shows nothing before it is durable. A message that is not as listed
+    // any more is refused as by Commit(), here or there.
     virtual Result<std::unique_ptr<StagedMail>> Stage(const std::string& folder,
                                                       const MailEntry& entry,
                                                       const Blob& content) = 0;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <vector>
 
 namespace trevix::imap {
 namespace {
@@ -10,6 +11,7 @@ namespace {
 constexpr std::string_view kDigits =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr std::size_t kLineBytes = 57;
+constexpr std::string_view kLineEnd = "\r\n";
 
 std::array<std::int8_t, 256> MakeValues() {
     std::array<std::int8_t, 256> values{};
@@ -31,7 +33,64 @@ void AppendGroup(std::string& text, const char* bytes, std::size_t count) {
     }
 }
 
+bool AreDigits(std::string_view text) {
+    return text.find_first_not_of(kDigits) == std::string_view::npos;
+}
+
+// Digits, and padding at the end of the last line alone.
+bool IsLastLine(std::string_view line) {
+    while (line.ends_with('='))
+        line.remove_suffix(1);
+    return AreDigits(line);
+}
+
+std::vector<std::string_view> LinesOf(std::string_view text) {
+    std::vector<std::string_view> lines;
+    for (;;) {
+        const std::size_t end = text.find(kLineEnd);
+        lines.push_back(text.substr(0, end));
+        if (end == std::string_view::npos) return lines;
+        text.remove_prefix(end + kLineEnd.size());
+    }
+}
+
+// The length that all the lines have; the first of them may have lost its beginning.
+std::optional<std::size_t> WidthOf(const std::vector<std::string_view>& lines, bool first_is_cut) {
+    if (lines.size() < (first_is_cut ? 2U : 1U)) return std::nullopt;
+    const std::size_t width = lines.back().size();
+    for (std::size_t at = 0; at < lines.size(); ++at) {
+        const bool cut = at == 0 && first_is_cut;
+        const bool fits = cut ? lines[at].size() <= width : lines[at].size() == width;
+        if (!fits || !AreDigits(lines[at])) return std::nullopt;
+    }
+    return width;
+}
+
 }  // namespace
+
+std::optional<std::uint64_t> Base64ContentSize(std::uint64_t text_bytes, std::string_view ending) {
+    const bool is_all = ending.size() == text_bytes;
+    std::uint64_t end = text_bytes;
+    for (; ending.ends_with(kLineEnd); end -= kLineEnd.size())
+        ending.remove_suffix(kLineEnd.size());
+    std::vector<std::string_view> lines = LinesOf(ending);
+    const std::string_view last = lines.back();
+    lines.pop_back();
+    if (last.empty() || !IsLastLine(last)) return std::nullopt;
+
+    std::uint64_t digits = last.size();
+    if (!is_all || !lines.empty()) {
+        const auto width = WidthOf(lines, !is_all);
+        if (!width || *width < last.size()) return std::nullopt;
+        const std::uint64_t line_bytes = *width + kLineEnd.size();
+        const std::uint64_t before = end - last.size();
+        if (before % line_bytes != 0) return std::nullopt;
+        digits += before / line_bytes * *width;
+    }
+    const std::size_t padding = last.size() - (last.find_last_not_of('=') + 1);
+    if (digits % 4 != 0 || padding > 2) return std::nullopt;
+    return digits / 4 * 3 - padding;
+}
 
 void AppendBase64(std::string& text, const char* bytes, std::size_t count) {
     text.reserve(text.size() + (count / kLineBytes + 1) * 78);

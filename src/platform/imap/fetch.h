@@ -18,16 +18,12 @@
 
 namespace trevix::imap {
 
-// One BODY.PEEK[section]<offset.count>, or BINARY.PEEK with `decoded`.
+// One BODY.PEEK[section]<offset.count>.
 struct SectionRequest {
     // "", "HEADER", "TEXT", "2", "2.MIME", "2.HEADER", "HEADER.FIELDS (Subject From)"; of the last
     // kind one for each message part in a request.
     std::string section;
     std::optional<std::pair<std::uint64_t, std::uint64_t>> range;  // offset and count of bytes
-
-    // Without the transfer encoding (BINARY, RFC 3516). Only where "BINARY" is offered; a server
-    // refuses the whole FETCH for a part whose encoding it does not know.
-    bool decoded = false;
 };
 
 struct FetchRequest {
@@ -40,7 +36,6 @@ struct FetchRequest {
     bool save_date = false;       // where SAVEDATE is offered
     bool email_id = false;        // where OBJECTID is offered
     std::vector<SectionRequest> sections;
-    std::vector<std::string> decoded_sizes;  // parts; BINARY.SIZE, where BINARY is offered
 
     // Only messages changed after this modification sequence (CONDSTORE).
     std::optional<std::uint64_t> changed_since;
@@ -50,9 +45,8 @@ struct FetchRequest {
 };
 
 struct FetchedSection {
-    std::string section;       // as requested, in upper case
-    std::uint64_t offset = 0;  // of a range
-    bool decoded = false;
+    std::string section;          // as requested, in upper case
+    std::uint64_t offset = 0;     // of a range
     std::optional<Blob> content;  // none for NIL: the server has no such part
 };
 
@@ -68,12 +62,10 @@ struct FetchedMessage {
     std::shared_ptr<const BodyPart> structure;  // null: not sent, or see below
     std::string structure_problem;              // why a structure that came could not be used
     std::vector<FetchedSection> sections;
-    std::vector<std::pair<std::string, std::uint64_t>> decoded_sizes;  // part, bytes
 
     // A section by its request; null when it did not come. The fields that HEADER.FIELDS lists are
     // not compared, for servers give them back in orders and spellings of their own.
-    const FetchedSection* Find(std::string_view section, bool decoded = false) const;
-    std::optional<std::uint64_t> DecodedSize(std::string_view part) const;
+    const FetchedSection* Find(std::string_view section) const;
 };
 
 // Called for each message as it comes, while the rest is still on its way. A server may send a

@@ -12,8 +12,7 @@ namespace {
 constexpr std::size_t kMostSetBytes = 4096;
 
 std::string SectionItem(const SectionRequest& section) {
-    std::string item = section.decoded ? "BINARY.PEEK[" : "BODY.PEEK[";
-    item += section.section + "]";
+    std::string item = "BODY.PEEK[" + section.section + "]";
     if (section.range) {
         item += "<" + std::to_string(section.range->first) + "." +
                 std::to_string(section.range->second) + ">";
@@ -33,9 +32,6 @@ std::string Items(const FetchRequest& request) {
     add(request.save_date, "SAVEDATE");
     add(request.email_id, "EMAILID");
     add(request.body_structure, "BODYSTRUCTURE");
-    for (const std::string& part : request.decoded_sizes) {
-        add(true, "BINARY.SIZE[" + part + "]");
-    }
     for (const SectionRequest& section : request.sections) {
         add(true, SectionItem(section));
     }
@@ -50,14 +46,13 @@ FetchJob::FetchJob(FetchRequest request, FetchSink sink)
         FetchedSection wanted;
         wanted.section = NormalSection(section.section);
         wanted.offset = section.range ? section.range->first : 0;
-        wanted.decoded = section.decoded;
         wanted_.push_back(std::move(wanted));
     }
 }
 
 bool FetchJob::Wants(const FetchedSection& section) const {
     return std::any_of(wanted_.begin(), wanted_.end(), [&section](const FetchedSection& wanted) {
-        return wanted.decoded == section.decoded && wanted.offset == section.offset &&
+        return wanted.offset == section.offset &&
                SectionWithoutFields(wanted.section) == SectionWithoutFields(section.section);
     });
 }
@@ -69,7 +64,6 @@ bool FetchJob::Takes(const FetchedMessage& message) const {
            (request_.size && message.size_bytes) || (request_.modseq && message.modseq) ||
            (request_.save_date && message.save_date) || (request_.email_id && message.email_id) ||
            (request_.body_structure && structure) ||
-           (!request_.decoded_sizes.empty() && !message.decoded_sizes.empty()) ||
            std::any_of(message.sections.begin(), message.sections.end(),
                        [this](const FetchedSection& section) { return Wants(section); });
 }

@@ -104,11 +104,7 @@ class FetchReader {
         }
         scanner_.Require(' ');
         if (scanner_.failed()) return;
-        if (name == "BINARY.SIZE") return ReadDecodedSize(section);
-        fetched.decoded = name == "BINARY";
-        if (!fetched.decoded && name != "BODY") {
-            return SkipValue(scanner_, rules_.most_content_bytes());
-        }
+        if (name != "BODY") return SkipValue(scanner_, rules_.most_content_bytes());
         ReadContent(std::move(fetched));
     }
 
@@ -130,19 +126,9 @@ class FetchReader {
         }
     }
 
-    void ReadDecodedSize(const std::string& section) {
-        const std::uint64_t size = ReadNumber(scanner_);
-        if (!message_.DecodedSize(section) && scanner_.Keep(section.size() + sizeof size)) {
-            message_.decoded_sizes.emplace_back(section, size);
-        }
-    }
-
     bool IsNew(const FetchedSection& fetched) const {
         for (const FetchedSection& known : message_.sections) {
-            if (known.section == fetched.section && known.offset == fetched.offset &&
-                known.decoded == fetched.decoded) {
-                return false;
-            }
+            if (known.section == fetched.section && known.offset == fetched.offset) return false;
         }
         return true;
     }
@@ -193,22 +179,12 @@ class FetchReader {
 
 }  // namespace
 
-const FetchedSection* FetchedMessage::Find(std::string_view section, bool decoded) const {
+const FetchedSection* FetchedMessage::Find(std::string_view section) const {
     const std::string normal = NormalSection(section);
     for (const FetchedSection& fetched : sections) {
-        if (fetched.decoded == decoded &&
-            SectionWithoutFields(fetched.section) == SectionWithoutFields(normal)) {
-            return &fetched;
-        }
+        if (SectionWithoutFields(fetched.section) == SectionWithoutFields(normal)) return &fetched;
     }
     return nullptr;
-}
-
-std::optional<std::uint64_t> FetchedMessage::DecodedSize(std::string_view part) const {
-    for (const auto& [known, size] : decoded_sizes) {
-        if (known == part) return size;
-    }
-    return std::nullopt;
 }
 
 FetchedMessage ReadFetchItems(Scanner& scanner, Spool& spool, const ContentRules& rules) {

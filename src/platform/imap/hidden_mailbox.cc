@@ -62,7 +62,7 @@ Status HiddenMailbox::ReadHeads(StoredMails& mails) {
         FetchRequest request;
         request.uids = UidSet::From(1);
         request.flags = true;
-        request.sections.push_back({kHiddenHeadSection, {}, false});
+        request.sections.push_back({kHiddenHeadSection, {}});
         return client.Fetch(request, [&mails](FetchedMessage&& message) -> Status {
             const FetchedSection* header = message.Find(kHiddenHeadSection);
             const bool removed =
@@ -120,8 +120,7 @@ Result<std::vector<HiddenMail>> HiddenMailbox::List() {
 
 Result<Blob> HiddenMailbox::Fetch(std::uint32_t uid) {
     if (last_read_ && last_read_->first == uid) return last_read_->second;
-    Result<Blob> content =
-        FetchContent(*link_, mailbox_, {uid_validity_, uid, {}}, {"", {}, false});
+    Result<Blob> content = FetchContent(*link_, mailbox_, {uid_validity_, uid, {}}, {"", {}});
     if (content.ok()) last_read_.emplace(uid, content.value());
     return content;
 }

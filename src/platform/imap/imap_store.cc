@@ -27,11 +27,10 @@ ImapStore::ImapStore(StorePlan plan, Connector connect, Pause pause, Clock& cloc
       link_(std::make_shared<Link>(std::move(connect), std::move(pause))),
       hidden_(link_, plan_.hidden_mailbox, clock),
       read_ahead_(link_),
-      context_(std::make_shared<ReplacementContext>()) {
+      context_(std::make_shared<ReplacementContext>(plan_.spool_directory)) {
     context_->link = link_;
     context_->store_address = plan_.address;
     context_->journal_directory = plan_.journal_directory;
-    context_->spool_directory = plan_.spool_directory;
     context_->clock = &clock_;
 }
 
@@ -138,7 +137,6 @@ Result<MailChange> ImapStore::List(const std::string& folder, const MailListing*
     const Result<std::string> mailbox = MailboxOf(folder);
     if (!mailbox.ok()) return mailbox.error();
     if (context_->distrusted.contains(mailbox.value())) known = nullptr;
-    if (known == nullptr) asked_ahead_.erase(mailbox.value());
     const Result<MailboxStatus> status = StatusOf(folder, mailbox.value());
     if (!status.ok()) return status.error();
     if (known != nullptr && !known->stamp.empty() && known->stamp == StampOf(status.value())) {
@@ -167,7 +165,7 @@ Result<Blob> ImapStore::Read(const std::string& folder, const MailEntry& entry) 
     const Result<std::string> mailbox = MailboxOf(folder);
     if (!mailbox.ok()) return mailbox.error();
     if (const auto ahead = read_ahead_.TakeWhole(mailbox.value(), entry)) return *ahead;
-    Result<Blob> content = FetchContent(*link_, mailbox.value(), *identity, {"", {}, false});
+    Result<Blob> content = FetchContent(*link_, mailbox.value(), *identity, {"", {}});
     if (!content.ok()) Distrust(mailbox.value(), content.error());
     return content;
 }

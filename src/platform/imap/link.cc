@@ -117,7 +117,7 @@ Result<Blob> FetchContent(Link& link, const std::string& mailbox, const MessageI
         request.uids = UidSet::Of(identity.uid);
         request.sections = {section};
         return client.Fetch(request, [&](FetchedMessage&& message) -> Status {
-            const FetchedSection* found = message.Find(section.section, section.decoded);
+            const FetchedSection* found = message.Find(section.section);
             if (message.uid == identity.uid && found != nullptr && found->content) {
                 content = found->content;
             }

@@ -39,7 +39,8 @@ class Link {
     // of the selecting.
     Result<SelectedMailbox> Open(Client& client, const std::string& mailbox, SelectMode mode);
 
-    // The same; what the server knows then is of now.
+    // The same; what the server knows then is of now. The answer is waited for: some servers put
+    // off what they have to tell until they have done all that they were asked together.
     Result<SelectedMailbox> OpenFresh(Client& client, const std::string& mailbox, SelectMode mode);
 
     // Whether the server tells modification numbers, and which messages went.

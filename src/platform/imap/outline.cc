@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/imap/base64.h"
 #include "platform/imap/digest.h"
 #include "platform/imap/header_lines.h"
 #include "platform/imap/outline_plan.h"
@@ -159,7 +160,9 @@ class SkeletonWriter {
         if (part.size_bytes == 0) return true;
         MailOutline::Gap gap;
         gap.offset = text_.size();
-        gap.decoded_bytes = DecodedSizeOf(part);
+        const Result<std::optional<std::uint64_t>> size = ContentSizeOf(part);
+        if (!size.ok()) return size.error();
+        gap.decoded_bytes = size.value();
         const auto fetched = facts_.sections.find(part.section);
         const bool any = fetched != facts_.sections.end();
         const bool partial = facts_.partial.contains(part.section);
@@ -175,12 +178,13 @@ class SkeletonWriter {
         return true;
     }
 
-    // What cannot be is not believed: base64 gives three bytes for four at most.
-    std::optional<std::uint64_t> DecodedSizeOf(const BodyPart& part) const {
-        const auto told = facts_.decoded_sizes.find(part.section);
-        if (told == facts_.decoded_sizes.end()) return std::nullopt;
-        if (told->second > part.size_bytes / 4 * 3) return std::nullopt;
-        return told->second;
+    Result<std::optional<std::uint64_t>> ContentSizeOf(const BodyPart& part) const {
+        const auto ending = facts_.endings.find(part.section);
+        if (ending == facts_.endings.end()) return std::optional<std::uint64_t>();
+        const Result<std::string> text = ending->second.ToString();
+        if (!text.ok()) return text.error();
+        if (text.value().size() != kBase64Ending) return std::optional<std::uint64_t>();
+        return Base64ContentSize(part.size_bytes, text.value());
     }
 
     const MessageFacts& facts_;
@@ -201,12 +205,12 @@ Status MessageFacts::Take(FetchedMessage&& message) {
             const Result<std::string> text = section.content->ToString();
             if (!text.ok()) return text.error();
             header = text.value();
+        } else if (section.offset > 0) {
+            endings[section.section] = *std::move(section.content);
         } else {
             sections[section.section] = *std::move(section.content);
         }
     }
-    for (const auto& [part, size] : message.decoded_sizes)
-        decoded_sizes[part] = size;
     return {};
 }
 

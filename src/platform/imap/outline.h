@@ -26,7 +26,8 @@ struct MessageFacts {
     std::optional<std::string> header;
     std::map<std::string, Blob> sections;  // in upper case: "2", "2.MIME", "" for all
     std::set<std::string> partial;         // those of which only the beginning was asked for
-    std::map<std::string, std::uint64_t> decoded_sizes;
+    std::map<std::string, Blob>
+        endings;  // the last bytes of a part, where only they were asked for
 
     // Takes what an answer brings; several may come for one message.
     Status Take(FetchedMessage&& message);

@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "platform/imap/base64.h"
 #include "platform/imap/header_lines.h"
 
 namespace trevix::imap {
@@ -112,8 +113,7 @@ bool IsPlainText(const BodyPart& part) {
 
 class Planner {
  public:
-    Planner(MailUse use, bool tells_decoded_sizes, OutlinePlan& plan)
-        : use_(use), tells_decoded_sizes_(tells_decoded_sizes), plan_(plan) {}
+    Planner(MailUse use, OutlinePlan& plan) : use_(use), plan_(plan) {}
 
     void Visit(const BodyPart& part, bool is_root) {
         if (use_ != MailUse::kSummary && !is_root) AskHeader(part);
@@ -145,8 +145,8 @@ class Planner {
         if (IsPlainText(part)) return;
         if (IsZip(part)) {
             Ask(part, part.size_bytes);
-        } else if (LowerText(part.encoding) == "base64" && tells_decoded_sizes_) {
-            plan_.decoded_sizes.push_back(part.section);
+        } else if (LowerText(part.encoding) == "base64") {
+            AskEnding(part);
         } else if (!IsIdentity(part)) {
             Ask(part, part.size_bytes);
         }
@@ -154,7 +154,7 @@ class Planner {
 
     void AskHeader(const BodyPart& part) {
         constexpr std::uint64_t kUsual = 300;
-        plan_.sections.push_back({part.section + ".MIME", {}, false});
+        plan_.sections.push_back({part.section + ".MIME", {}});
         plan_.bytes += kUsual;
     }
 
@@ -169,8 +169,16 @@ class Planner {
         plan_.sections.push_back(std::move(request));
     }
 
+    void AskEnding(const BodyPart& part) {
+        if (part.size_bytes <= kBase64Ending) return Ask(part, part.size_bytes);
+        SectionRequest request;
+        request.section = part.section;
+        request.range = std::pair(part.size_bytes - kBase64Ending, kBase64Ending);
+        plan_.bytes += kBase64Ending;
+        plan_.sections.push_back(std::move(request));
+    }
+
     MailUse use_;
-    bool tells_decoded_sizes_;
     OutlinePlan& plan_;
 };
 
@@ -252,17 +260,17 @@ bool IsTrusted(const BodyPart& structure, const std::string& header) {
 }
 
 OutlinePlan PlanOutline(const BodyPart& structure, const std::string& header,
-                        std::uint64_t size_bytes, MailUse use, bool tells_decoded_sizes) {
+                        std::uint64_t size_bytes, MailUse use) {
     OutlinePlan plan;
     const bool index = use == MailUse::kIndex;
     plan.whole = use == MailUse::kChange || !IsTrusted(structure, header) ||
                  (index && NeedsItsBytes(structure));
     if (plan.whole) {
-        plan.sections.push_back({"", {}, false});
+        plan.sections.push_back({"", {}});
         plan.bytes = size_bytes;
         return plan;
     }
-    Planner planner(use, tells_decoded_sizes, plan);
+    Planner planner(use, plan);
     planner.Visit(structure, true);
     if (index && HasEmbedded(structure)) planner.VisitTexts(structure);
     return plan;

@@ -20,14 +20,15 @@ struct OutlinePlan {
     // message is fetched.
     bool whole = false;
 
+    // Of a part whose content is not wanted but its size, only the end is asked for: servers that
+    // offer to tell the size (BINARY) have to decode the part for it, and some get it wrong.
     std::vector<SectionRequest> sections;
-    std::vector<std::string> decoded_sizes;
     std::uint64_t bytes = 0;  // about so many will come
 };
 
 // `header` is the message's, as fetched by kHeaderSection; `size_bytes` the message's own.
 OutlinePlan PlanOutline(const BodyPart& structure, const std::string& header,
-                        std::uint64_t size_bytes, MailUse use, bool tells_decoded_sizes);
+                        std::uint64_t size_bytes, MailUse use);
 
 // Whether a reader who takes a message apart by its boundary lines is sure to see these parts.
 bool IsTrusted(const BodyPart& structure, const std::string& header);

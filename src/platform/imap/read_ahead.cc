@@ -12,6 +12,9 @@ namespace {
 constexpr std::size_t kFlightMessages = 500;
 constexpr std::size_t kWholeMessages = 64;
 
+// Some kilobytes each.
+constexpr std::size_t kMostSummarized = 4000;
+
 // With so few left at hand, what is under way is taken in and the next is sent.
 constexpr std::size_t kFewLeft = 32;
 
@@ -24,18 +27,17 @@ std::string WishOf(const OutlinePlan& plan) {
     std::string text;
     for (const SectionRequest& section : plan.sections) {
         text += section.section +
-                (section.range ? "<" + std::to_string(section.range->second) : "") + " ";
+                (section.range ? "<" + std::to_string(section.range->first) + "." +
+                                     std::to_string(section.range->second) + ">"
+                               : "") +
+                " ";
     }
-    text += "|";
-    for (const std::string& part : plan.decoded_sizes)
-        text += part + " ";
     return text;
 }
 
 FetchRequest RequestFor(const OutlinePlan& plan) {
     FetchRequest request;
     request.sections = plan.sections;
-    request.decoded_sizes = plan.decoded_sizes;
     return request;
 }
 
@@ -48,7 +50,7 @@ bool IsLocal(const Error& error) {
 OutlinePlan WholePlan(std::uint64_t size_bytes) {
     OutlinePlan plan;
     plan.whole = true;
-    plan.sections.push_back({"", {}, false});
+    plan.sections.push_back({"", {}});
     plan.bytes = size_bytes;
     return plan;
 }
@@ -69,6 +71,7 @@ void ReadAhead::Forget() {
 void ReadAhead::Expect(const std::string& mailbox, const std::vector<MailEntry>& entries,
                        MailUse use) {
     if (mailbox != mailbox_ || use != use_ || ready_.size() > 4 * kFlightMessages) Forget();
+    if (mailbox != mailbox_) summarized_.clear();
     mailbox_ = mailbox;
     use_ = use;
     for (const MailEntry& entry : entries) {
@@ -79,9 +82,34 @@ void ReadAhead::Expect(const std::string& mailbox, const std::vector<MailEntry>&
         item->identity = *identity;
         item->size_bytes = entry.size_bytes;
         order_of_[identity->uid] = item->order;
-        expected_.push_back(std::move(item));
+        if (use == MailUse::kIndex && TakeStructure(*item)) {
+            SortStructured(item, use);
+        } else {
+            expected_.push_back(std::move(item));
+        }
     }
     if (!flight_) Send();
+}
+
+// Without the parts that were fetched for the summary, which are looked at once.
+void ReadAhead::Keep(const ItemPointer& item) {
+    if (item->error || item->facts.structure == nullptr || summarized_.size() >= kMostSummarized) {
+        return;
+    }
+    auto kept = std::make_shared<Item>();
+    kept->identity = item->identity;
+    kept->facts.structure = item->facts.structure;
+    kept->facts.header = item->facts.header;
+    summarized_[item->identity.uid] = std::move(kept);
+}
+
+bool ReadAhead::TakeStructure(Item& item) const {
+    const auto known = summarized_.find(item.identity.uid);
+    if (known == summarized_.end()) return false;
+    if (known->second->identity.uid_validity != item.identity.uid_validity) return false;
+    item.answered = true;
+    item.facts = known->second->facts;
+    return true;
 }
 
 // What was expected earlier and not asked for is forgotten: whoever wants it after all says so
@@ -111,7 +139,10 @@ Result<MailOutline> ReadAhead::Outline(const std::string& mailbox, const MailEnt
     if (const ItemPointer again = GivenBefore(mailbox, *identity)) return OutlineOf(*again);
     const auto order = mailbox == mailbox_ ? order_of_.find(identity->uid) : order_of_.end();
     if (order == order_of_.end()) {
-        if (mailbox != mailbox_) Forget();
+        if (mailbox != mailbox_) {
+            Forget();
+            summarized_.clear();
+        }
         mailbox_ = mailbox;
         return OutlineOf(*FetchUnexpected(entry, *identity));
     }
@@ -127,6 +158,7 @@ Result<MailOutline> ReadAhead::Outline(const std::string& mailbox, const MailEnt
     if (item->identity.uid_validity != identity->uid_validity) {
         return MessagingError(kObjectDeleted);
     }
+    if (use_ == MailUse::kSummary) Keep(item);
     given_.push_back(item);
     if (given_.size() > kKept) given_.pop_front();
     if (ready_.size() <= kFewLeft && flight_) TakeIn();
@@ -183,7 +215,7 @@ std::vector<FetchRequest> ReadAhead::RequestsOf(const Flight& flight) const {
     if (flight.for_structure.empty()) return requests;
     FetchRequest request;
     request.body_structure = true;
-    request.sections.push_back({kHeaderSection, {}, false});
+    request.sections.push_back({kHeaderSection, {}});
     for (const ItemPointer& item : flight.for_structure)
         request.uids.Add(item->identity.uid);
     requests.push_back(std::move(request));
@@ -219,7 +251,6 @@ Status ReadAhead::TrySend(Flight& flight) {
     const Result<Client*> client = link_->Ready();
     if (!client.ok()) return client.error();
     flight.generation = link_->generation();
-    tells_decoded_sizes_ = client.value()->Offers("BINARY");
     TREVIX_RETURN_IF_ERROR(OpenFor(flight, *client.value()));
     const FetchSink sink = SinkOf(flight);
     for (const FetchRequest& request : RequestsOf(flight)) {
@@ -271,7 +302,11 @@ void ReadAhead::Fetch(const Flight& flight) {
     const std::size_t count = flight.for_structure.size() + flight.for_parts.size();
     if (asked && !IsLocal(fetched.error())) {
         if (count > 1) return FetchHalves(flight);
-        if (FetchWithoutExtras(flight)) return;
+        // Its structure is what fails; the message itself need not.
+        if (!flight.for_structure.empty()) {
+            flight.for_structure.front()->answered = true;
+            return;
+        }
     }
     for (const Items* group : {&flight.for_structure, &flight.for_parts}) {
         for (const ItemPointer& item : *group)
@@ -283,7 +318,6 @@ void ReadAhead::Fetch(const Flight& flight) {
 Status ReadAhead::FetchOnce(const Flight& flight, bool& asked) {
     const Result<Client*> client = link_->Ready();
     if (!client.ok()) return client.error();
-    tells_decoded_sizes_ = client.value()->Offers("BINARY");
     TREVIX_RETURN_IF_ERROR(OpenFor(flight, *client.value()));
     asked = true;
     return client.value()->Fetch(RequestsOf(flight), SinkOf(flight));
@@ -302,20 +336,6 @@ void ReadAhead::FetchHalves(const Flight& flight) {
     Fetch(second);
 }
 
-// Of a single message: without the sizes that the server would have to decode it for; without its
-// structure, when that is what fails. True when the rest of its way is clear.
-bool ReadAhead::FetchWithoutExtras(const Flight& flight) {
-    if (!flight.for_structure.empty()) {
-        flight.for_structure.front()->answered = true;
-        return true;
-    }
-    OutlinePlan& plan = flight.for_parts.front()->plan;
-    if (plan.decoded_sizes.empty()) return false;
-    plan.decoded_sizes.clear();
-    bool asked = false;
-    return plan.sections.empty() || FetchOnce(flight, asked).ok();
-}
-
 void ReadAhead::Sort(const Flight& flight) {
     for (const ItemPointer& item : flight.for_structure)
         SortStructured(item, use_);
@@ -330,13 +350,13 @@ void ReadAhead::SortStructured(const ItemPointer& item, MailUse use) {
         ready_[item->identity.uid] = item;
         return;
     }
-    item->plan = known ? PlanOutline(*item->facts.structure, *item->facts.header, item->size_bytes,
-                                     use, tells_decoded_sizes_)
-                       : WholePlan(item->size_bytes);
+    item->plan =
+        known ? PlanOutline(*item->facts.structure, *item->facts.header, item->size_bytes, use)
+              : WholePlan(item->size_bytes);
     for (const SectionRequest& section : item->plan.sections) {
-        if (section.range) item->facts.partial.insert(section.section);
+        if (section.range && section.range->first == 0) item->facts.partial.insert(section.section);
     }
-    if (item->plan.sections.empty() && item->plan.decoded_sizes.empty()) {
+    if (item->plan.sections.empty()) {
         ready_[item->identity.uid] = item;
     } else {
         structured_.push_back(item);
@@ -374,7 +394,7 @@ Result<MailOutline> ReadAhead::OutlineOf(const Item& item) {
     }
     const auto whole = item.facts.sections.find("");
     if (item.plan.whole && whole != item.facts.sections.end()) return WholeOutline(whole->second);
-    Result<Blob> content = FetchContent(*link_, mailbox_, item.identity, {"", {}, false});
+    Result<Blob> content = FetchContent(*link_, mailbox_, item.identity, {"", {}});
     if (!content.ok()) return content.error();
     return WholeOutline(std::move(content).value());
 }
@@ -385,7 +405,7 @@ LazyPart ReadAhead::LazyPartsOf(const MessageIdentity& identity) const {
             const std::string& section, std::uint64_t size_bytes, std::optional<Blob> beginning) {
             return MakePartContent(size_bytes, std::move(beginning), [=]() -> Result<Blob> {
                 const auto hold = link->Hold();
-                return FetchContent(*link, mailbox, identity, {section, {}, false});
+                return FetchContent(*link, mailbox, identity, {section, {}});
             });
         };
 }

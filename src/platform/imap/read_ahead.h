@@ -60,6 +60,8 @@ class ReadAhead {
     };
 
     void Forget();
+    void Keep(const ItemPointer& item);
+    bool TakeStructure(Item& item) const;
     ItemPointer GivenBefore(const std::string& mailbox, const MessageIdentity& identity) const;
     void PassOver(std::uint64_t order);
     Flight NextFlight();
@@ -74,7 +76,6 @@ class ReadAhead {
     void Fetch(const Flight& flight);
     Status FetchOnce(const Flight& flight, bool& asked);
     void FetchHalves(const Flight& flight);
-    bool FetchWithoutExtras(const Flight& flight);
     void Sort(const Flight& flight);
     void SortStructured(const ItemPointer& item, MailUse use);
     ItemPointer FetchUnexpected(const MailEntry& entry, const MessageIdentity& identity);
@@ -84,12 +85,15 @@ class ReadAhead {
     std::shared_ptr<Link> link_;
     std::string mailbox_;
     MailUse use_ = MailUse::kSummary;
-    bool tells_decoded_sizes_ = false;
     std::map<std::uint32_t, std::uint64_t> order_of_;  // by UID, of all that is still expected
     Items expected_;                                   // nothing asked yet
     Items structured_;                                 // the structure is known, parts are wanted
     std::map<std::uint32_t, ItemPointer> ready_;
     Items given_;  // the last few that were handed out
+
+    // By UID, of messages of the mailbox that were looked at for their summary: whoever took one
+    // goes on with some of these messages, as a rule, and their structure is not fetched again.
+    std::map<std::uint32_t, ItemPointer> summarized_;
     std::optional<Flight> flight_;
     std::uint64_t last_order_ = 0;
 };

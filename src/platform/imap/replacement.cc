@@ -5,7 +5,6 @@
 #include "platform/errors.h"
 #include "platform/imap/digest.h"
 #include "platform/imap/retirement.h"
-#include "platform/imap/spool.h"
 
 namespace trevix::imap {
 namespace {
@@ -22,8 +21,7 @@ struct Spooled {
     std::string digest;
 };
 
-Result<Spooled> SpoolContent(const std::string& directory, const Blob& content) {
-    Spool spool(directory);
+Result<Spooled> SpoolContent(Spool& spool, const Blob& content) {
     Digest digest;
     TREVIX_RETURN_IF_ERROR(spool.Begin());
     TREVIX_RETURN_IF_ERROR(
@@ -77,7 +75,8 @@ class StagedMessage final : public StagedMail {
         record_.digest = std::move(spooled.digest);
     }
 
-    Status Compare();
+    // Whether a message of the mailbox can be replaced at all.
+    Status Check();
 
     // What is on this machine: the server's own bytes are compared with these before the old
     // message goes.
@@ -87,6 +86,7 @@ class StagedMessage final : public StagedMail {
 
  private:
     Link& link() const { return *context_->link; }
+    Status Compare();
     Status Record();
     Result<std::uint32_t> Append();
     Status Prove(std::uint32_t uid);
@@ -102,9 +102,15 @@ class StagedMessage final : public StagedMail {
     bool marked_ = false;  // the old message as deleted, by us, or perhaps
 };
 
-Status StagedMessage::Compare() {
+Status StagedMessage::Check() {
     std::uint32_t uid_next = 0;
     TREVIX_RETURN_IF_ERROR(CanReplaceIn(link(), record_.mailbox, record_.uid_validity, uid_next));
+    record_.least_new_uid = std::max(record_.old_uid + 1, uid_next);
+    return {};
+}
+
+Status StagedMessage::Compare() {
+    TREVIX_RETURN_IF_ERROR(Check());
     const auto seen = LookAt(link(), record_.mailbox, record_.uid_validity, {record_.old_uid});
     if (!seen.ok()) return seen.error();
     const MessageState& now = seen.value().at(record_.old_uid);
@@ -114,10 +120,8 @@ Status StagedMessage::Compare() {
         return as_listed.error();
     }
     if (!now.internal_date) return MessagingError(kCallFailed, "the received time is not known");
-    if (old_.there && old_.flags != now.flags) return Changed();
     old_ = now;
     record_.old_flags = now.flags;
-    record_.least_new_uid = std::max(record_.old_uid + 1, uid_next);
     return {};
 }
 
@@ -240,12 +244,12 @@ Result<std::unique_ptr<StagedMail>> StageReplacement(std::shared_ptr<Replacement
     const auto identity = DecodeLocator(entry.locator);
     if (!identity) return MessagingError(kInvalidEntryId, entry.key);
     // First of all, and without holding the connection: the content may have to be fetched itself.
-    Result<Spooled> spooled = SpoolContent(context->spool_directory, content);
+    Result<Spooled> spooled = SpoolContent(context->spool, content);
     if (!spooled.ok()) return spooled.error();
     const auto hold = context->link->Hold();
     auto staged =
         std::make_unique<StagedMessage>(context, mailbox, *identity, std::move(spooled).value());
-    TREVIX_RETURN_IF_ERROR(staged->Compare());
+    TREVIX_RETURN_IF_ERROR(staged->Check());
     context->At(Step::kStaged);
     return std::unique_ptr<StagedMail>(std::move(staged));
 }

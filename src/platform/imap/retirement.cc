@@ -52,6 +52,13 @@ Status ExpungeOne(Link& link, const std::string& mailbox, std::uint32_t uid_vali
     return client.value()->Expunge(UidSet::Of(uid));
 }
 
+// The messages of which the server has told since it was asked last that they are gone. Servers
+// without QRESYNC tell numbers that may have changed their meaning.
+UidSet ToldGone(Link& link) {
+    const Result<Client*> client = link.Ready();
+    return client.ok() ? client.value()->TakeNews().vanished : UidSet();
+}
+
 // Whether a failure may be the connection's, so that another look is worth it.
 bool MayPass(const Error& error) {
     return error.kind == ErrorKind::kIo || error.kind == ErrorKind::kBusy;
@@ -139,14 +146,16 @@ class Retirement {
                 marked_ = false;
                 return false;
             }
+            // Never may both go.
+            if (ToldGone(link_).Contains(new_uid_)) return MessagingError(kObjectDeleted);
             At(Step::kMarked);
         }
         marked_ = true;
         TREVIX_RETURN_IF_ERROR(
             ExpungeOne(link_, record_.mailbox, record_.uid_validity, record_.old_uid));
         At(Step::kExpunged);
-        // The next look shows that it is gone.
-        return false;
+        // Where the server does not tell, the next look shows that it is gone.
+        return ToldGone(link_).Contains(record_.old_uid);
     }
 
     void At(Step step) const {
@@ -237,7 +246,7 @@ Result<Proof> FetchBack(Link& link, const JournalRecord& record, std::uint32_t u
         FetchRequest request;
         request.uids = UidSet::Of(uid);
         request.internal_date = true;
-        request.sections.push_back({"", {}, false});
+        request.sections.push_back({"", {}});
         return client.Fetch(request, [&](FetchedMessage&& message) -> Status {
             const FetchedSection* whole = message.Find("");
             if (whole != nullptr && whole->content) content = whole->content;
@@ -289,6 +298,7 @@ Status RemoveMessage(Link& link, const std::string& mailbox, std::uint32_t uid_v
             if (!marked.ok()) continue;
         }
         const Status expunged = ExpungeOne(link, mailbox, uid_validity, uid);
+        if (expunged.ok() && ToldGone(link).Contains(uid)) return {};
         if (!expunged.ok() && !MayPass(expunged.error())) return expunged.error();
     }
     return MessagingError(kStoreBusy, "a message cannot be removed");

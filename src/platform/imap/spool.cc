@@ -69,10 +69,11 @@ Status Spool::OpenFile() {
 }
 
 Status Spool::Begin() {
-    if (file_ == nullptr || file_->size_bytes >= kFullBytes || file_.use_count() == 1) {
-        file_.reset();
-        TREVIX_RETURN_IF_ERROR(OpenFile());
-    }
+    const bool full = file_ != nullptr && file_->size_bytes >= kFullBytes;
+    if (full) file_.reset();
+    if (file_ == nullptr) TREVIX_RETURN_IF_ERROR(OpenFile());
+    // Nobody reads what is in it any more, so it is written over: a new file costs more.
+    if (file_.use_count() == 1) file_->size_bytes = 0;
     begin_ = file_->size_bytes;
     end_ = begin_;
     return {};

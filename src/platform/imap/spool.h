@@ -1,7 +1,8 @@
 // Where large content goes: files without a name, in which nobody else can look.
 //
-// Several contents share a file, so that a thousand of them do not take a thousand descriptors; its
-// space is given back when the last Blob over it is gone.
+// Several contents share a file, so that a thousand of them do not take a thousand descriptors. The
+// space of a large file is given back when the last Blob over it is gone; that of a small one is
+// used again.
 #pragma once
 
 #include <cstdint>

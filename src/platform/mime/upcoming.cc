@@ -10,8 +10,8 @@ namespace {
 // a store fetches ahead is its own decision.
 constexpr std::size_t kWidestWindow = 512;
 
-// The first guess: whoever takes rows opens some of them, as a rule.
-constexpr std::size_t kFirstWindow = 16;
+// The first guess: whoever takes rows opens most of them, as a rule.
+constexpr std::size_t kFirstWindow = 128;
 
 }  // namespace
 

@@ -170,7 +170,7 @@ const RegDocument::Section* RegDocument::Find(const std::string& path) const {
 // The section of a key, appended with `before` in front when there is none.
 RegDocument::Section& RegDocument::SectionOf(const std::string& path, const std::string& before) {
     const auto [found, is_new] = index_.try_emplace(Fold(path), sections_.size());
-    if (is_new) sections_.push_back({path, found->first, before, {}, {}, {}, false});
+    if (is_new) sections_.push_back({path, found->first, before, {}, {}, {}});
     return sections_[found->second];
 }
 

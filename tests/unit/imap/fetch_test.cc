@@ -53,17 +53,15 @@ TEST(ClientFetch, AsksForAllItems) {
         Script()
             .Send(Greeting(kModern))
             .Expect("UID FETCH 1:5,9 (UID FLAGS INTERNALDATE RFC822.SIZE MODSEQ SAVEDATE EMAILID "
-                    "BODYSTRUCTURE BINARY.SIZE[2.1] BODY.PEEK[HEADER.FIELDS (From To)] "
-                    "BODY.PEEK[1]<0.100> BINARY.PEEK[2]) (CHANGEDSINCE 7)")
+                    "BODYSTRUCTURE BODY.PEEK[HEADER.FIELDS (From To)] BODY.PEEK[1]<0.100> "
+                    "BODY.PEEK[2]<44.256>) (CHANGEDSINCE 7)")
             .Send("{T} OK\r\n"));
     FetchRequest request;
     request.uids = UidSet::Between(1, 5);
     request.uids.Add(9);
     request.flags = request.internal_date = request.size = request.body_structure = true;
     request.modseq = request.save_date = request.email_id = true;
-    request.decoded_sizes = {"2.1"};
-    request.sections = {
-        {"HEADER.FIELDS (From To)", {}, false}, {"1", {{0, 100}}, false}, {"2", {}, true}};
+    request.sections = {{"HEADER.FIELDS (From To)", {}}, {"1", {{0, 100}}}, {"2", {{44, 256}}}};
     request.changed_since = 7;
     Collected collected;
     EXPECT_TRUE(talk->Fetch(request, collected.Sink()).ok());

@@ -78,7 +78,7 @@ Outcome Read(Script script, ServerManners manners = {}, const Limits* limits = n
     FetchRequest request;
     request.uids = UidSet::Between(10, 11);
     request.flags = request.body_structure = true;
-    request.sections.push_back({"HEADER", {}, false});
+    request.sections.push_back({"HEADER", {}});
     const auto selected = talk->Select("INBOX", SelectMode::kReadWrite);
     outcome.status = selected.ok() ? Status() : Status(selected.error());
     if (outcome.status.ok()) {

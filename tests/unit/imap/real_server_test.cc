@@ -90,9 +90,8 @@ TEST_P(RealServer, GivesBackAMailAsItWasSent) {
     request.uids = UidSet::Of(put->uid);
     request.flags = request.internal_date = request.size = request.body_structure = true;
     request.modseq = client->Offers("CONDSTORE");
-    request.sections = {{"", {}, false},         {"2", {}, false},
-                        {"2", {{72, 5}}, false}, {"2.MIME", {}, false},
-                        {"7", {}, false},        {"HEADER.FIELDS (Subject From)", {}, false}};
+    request.sections = {{"", {}},       {"2", {}}, {"2", {{72, 5}}},
+                        {"2.MIME", {}}, {"7", {}}, {"HEADER.FIELDS (Subject From)", {}}};
     FetchedMessage message;
     int messages = 0;
     ASSERT_TRUE(client

@@ -132,7 +132,7 @@ class StoreWorld {
         request.uids = UidSet::From(1);
         request.flags = true;
         request.internal_date = true;
-        request.sections.push_back({"", {}, false});
+        request.sections.push_back({"", {}});
         const Status fetched = other->Fetch(request, [&mails](FetchedMessage&& message) -> Status {
             const FetchedSection* content = message.Find("");
             if (content == nullptr || !message.flags || !message.internal_date) return {};
