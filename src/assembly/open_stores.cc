@@ -24,8 +24,9 @@ OpenedStore OpenMaildir(const std::string& address, const StorePlan& plan, Clock
 }
 
 OpenedStore OpenMailbox(const imap::ServerSettings& settings, const StorePlan& plan, Clock& clock) {
-    return imap::OpenImapStore(
-        settings, plan.looks_only ? imap::Leftovers::kLeave : imap::Leftovers::kFinish, clock);
+    return imap::OpenImapStore(settings,
+                               plan.looks_only ? imap::Leftovers::kLeave : imap::Leftovers::kFinish,
+                               plan.tell, clock);
 }
 
 // `named` says which mailbox, in the words of whoever asked for it.

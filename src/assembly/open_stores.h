@@ -21,6 +21,9 @@ struct StorePlan {
     std::function<Result<std::unique_ptr<MailStore>>(std::unique_ptr<MailStore> store,
                                                      Clock& clock)>
         admit;
+
+    // Gets what the opening of a store has to tell a person, a sentence each; empty: nobody does.
+    std::function<void(const std::string& sentence)> tell;
 };
 
 // For "maildir:", "imap:" and "imaps:", and for server and alias. The clock outlives the stores.

@@ -44,8 +44,10 @@ struct SettingFiles {
     std::string machine = registry::kMachineFilePath;
 };
 
+using Tell = std::function<void(const std::string& sentence)>;
+
 assembly::AdapterPlan AdaptersFor(const WorldPlan& plan, const PrivatePlace* place,
-                                  const SettingFiles& settings) {
+                                  const SettingFiles& settings, Tell tell) {
     assembly::AdapterPlan adapters;
     adapters.first_tick = posix::FirstTick::kAtOnce;
     adapters.data_from_program = TREVIX_DATA_FROM_BIN;
@@ -53,6 +55,7 @@ assembly::AdapterPlan AdaptersFor(const WorldPlan& plan, const PrivatePlace* pla
     adapters.user_settings = settings.user;
     adapters.machine_settings = settings.machine;
     adapters.keeps_summaries = plan.writes == Writes::kEverything || plan.keeps_summaries;
+    adapters.stores.tell = std::move(tell);
     adapters.stores.looks_only = plan.writes == Writes::kNothing;
     adapters.stores.admit = [plan, place](std::unique_ptr<MailStore> store, Clock& clock) {
         return Admit(std::move(store), plan, clock, place);
@@ -65,7 +68,8 @@ class BuiltWorld final : public World {
     BuiltWorld(const WorldPlan& plan, std::unique_ptr<PrivatePlace> place,
                const SettingFiles& settings)
         : place_(std::move(place)),
-          adapters_(AdaptersFor(plan, place_.get(), settings)),
+          adapters_(AdaptersFor(plan, place_.get(), settings,
+                                [this](const std::string& sentence) { Warn(sentence); })),
           event_log_(plan.writes == Writes::kNothing ? nullptr : &adapters_.event_log(),
                      plan.show_error),
           registry_(adapters_.registry(), OverlayOf(plan)),
@@ -78,6 +82,12 @@ class BuiltWorld final : public World {
     FileSystem& files() { return adapters_.files(); }
 
  private:
+    void Warn(const std::string& sentence) {
+        constexpr int kWarning = 2;
+        // A log that cannot be written is nobody's failure.
+        Drop(event_log_.Report({sentence}, "Trevix", "", kWarning));
+    }
+
     // In the order in which they are needed, so that each outlives who uses it.
     std::unique_ptr<PrivatePlace> place_;
     assembly::Adapters adapters_;

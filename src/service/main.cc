@@ -71,7 +71,13 @@ bool HasWorkDirectory(BasCI& state) {
 }
 
 int ServeSession(const Options& options) {
+    EventLog* log = nullptr;
     assembly::AdapterPlan plan;
+    plan.stores.tell = [&log](const std::string& sentence) {
+        constexpr int kWarning = 2;
+        // A log that cannot be written is nobody's failure.
+        Drop(log->Report({sentence}, "TXServer", "", kWarning));
+    };
     plan.data_from_program = TREVIX_DATA_FROM_LIBEXEC;
     assembly::Adapters adapters(plan);
     Termination termination;
@@ -81,6 +87,7 @@ int ServeSession(const Options& options) {
                         [&tell](int type, const std::string& procedure, const std::string& text) {
                             if (tell) tell(type, procedure, text);
                         });
+    log = &event_log;
     BasCI state(adapters.PortsWith(event_log, adapters.registry()));
     if (!HasWorkDirectory(state)) return Complain("no private directory for temporary files");
     if (!state.Main()) return Complain("the messaging session cannot be created");

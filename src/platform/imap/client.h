@@ -55,7 +55,7 @@ struct Limits {
     std::size_t kept_bytes = std::size_t{1} << 20;      // of a reply, outside of content
     std::size_t skipped_bytes = std::size_t{16} << 20;  // of a reply; more ends the connection
     std::uint64_t replies = 2'000'000;                  // untagged ones to a command
-    std::size_t in_flight = 128;                        // commands
+    std::size_t in_flight = 256;                        // commands
 };
 
 struct ConnectSettings {
@@ -180,6 +180,15 @@ class Client {
 
     // SELECT or EXAMINE. Finishes what was started before. kNotFound.
     Result<SelectedMailbox> Select(const std::string& mailbox, SelectMode mode);
+
+    // The same, with a request for its messages sent in the same go; its ticket is given to
+    // Finish() as usual. After a failure there is no ticket.
+    struct Begun {
+        SelectedMailbox mailbox;
+        std::uint64_t ticket = 0;
+    };
+    Result<Begun> SelectAndFetch(const std::string& mailbox, SelectMode mode,
+                                 const FetchRequest& request, FetchSink sink);
     Status Unselect();  // where offered; else nothing is done. Never removes messages
     const std::string& selected() const;  // empty: none
 

@@ -177,22 +177,61 @@ Result<std::vector<Mailbox>> Client::List(const ListRequest& request) {
     return listing.Finish();
 }
 
-Result<SelectedMailbox> Client::Select(const std::string& mailbox, SelectMode mode) {
+namespace {
+
+Command SelectCommand(const Client& client, const std::string& mailbox, SelectMode mode) {
     Command command(mode == SelectMode::kReadWrite ? "SELECT" : "EXAMINE");
     command.Text(mailbox);
-    if (Offers("CONDSTORE") || Offers("QRESYNC")) command.Words("(CONDSTORE)");
+    if (client.Offers("CONDSTORE") || client.Offers("QRESYNC")) command.Words("(CONDSTORE)");
+    return command;
+}
+
+}  // namespace
+
+Result<SelectedMailbox> Client::Select(const std::string& mailbox, SelectMode mode) {
     Selection selection;
     TREVIX_RETURN_IF_ERROR(session_->FinishAll());
     // A SELECT that fails leaves nothing selected.
     session_->selected.clear();
     const Result<Condition> answer =
-        session_->Ask(std::move(command), Session::Effect::kReads,
+        session_->Ask(SelectCommand(*this, mailbox, mode), Session::Effect::kReads,
                       [&selection](Reply& reply) { return selection.Take(reply); });
     if (!answer.ok()) return answer.error();
     TREVIX_RETURN_IF_ERROR(session_->Accept(answer.value()));
     session_->selected = mailbox;
     session_->ForgetNewsOfMailbox();
     return selection.Finish(answer.value(), mode);
+}
+
+Result<Client::Begun> Client::SelectAndFetch(const std::string& mailbox, SelectMode mode,
+                                             const FetchRequest& request, FetchSink sink) {
+    Selection selection;
+    Begun begun;
+    // What comes of a mailbox that was not selected is nobody's.
+    const auto is_selected = std::make_shared<bool>(false);
+    const FetchSink guarded = [is_selected, sink = std::move(sink)](FetchedMessage&& message) {
+        return *is_selected ? sink(std::move(message)) : Status();
+    };
+    TREVIX_RETURN_IF_ERROR(session_->FinishAll());
+    session_->selected.clear();
+    const Result<Condition> answer = session_->AskThenFetch(
+        SelectCommand(*this, mailbox, mode),
+        [&selection](Reply& reply) { return selection.Take(reply); }, request, guarded,
+        begun.ticket);
+    if (!answer.ok()) return answer.error();
+    const Status accepted = session_->Accept(answer.value());
+    if (!accepted.ok()) {
+        // Refused as well; why is said already.
+        const Refusal why = refusal();
+        Drop(session_->Finish(begun.ticket));
+        session_->SetRefusal(why);
+        return accepted.error();
+    }
+    *is_selected = true;
+    session_->selected = mailbox;
+    session_->ForgetNewsOfMailbox();
+    begun.mailbox = selection.Finish(answer.value(), mode);
+    return begun;
 }
 
 Status Client::Unselect() {

@@ -32,9 +32,9 @@ struct FetchRequest {
     bool internal_date = false;
     bool size = false;            // RFC822.SIZE
     bool body_structure = false;  // BODYSTRUCTURE
-    bool modseq = false;          // where CONDSTORE is offered
-    bool save_date = false;       // where SAVEDATE is offered
-    bool email_id = false;        // where OBJECTID is offered
+    bool modseq = false;          // left out by the client where CONDSTORE is not offered
+    bool save_date = false;       // the same with SAVEDATE
+    bool email_id = false;        // the same with OBJECTID
     std::vector<SectionRequest> sections;
 
     // Only messages changed after this modification sequence (CONDSTORE).

@@ -42,8 +42,11 @@ Result<std::unique_ptr<ImapStore>> ImapStore::Open(StorePlan plan, Connector con
     const Result<Client*> client = store->link_->Ready();
     if (!client.ok()) return client.error();
     if (store->plan_.leftovers == Leftovers::kFinish) {
-        store->notes_ =
-            Recover(*store->link_, store->plan_.journal_directory, store->plan_.address, clock);
+        const StorePlan& kept = store->plan_;
+        for (const std::string& note :
+             Recover(*store->link_, kept.journal_directory, kept.address, clock)) {
+            if (kept.tell) kept.tell(note);
+        }
     }
     return store;
 }

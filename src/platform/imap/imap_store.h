@@ -10,6 +10,7 @@
 // One thread uses a store; what it gave out may be read by others, also when the store is closed.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -36,6 +37,10 @@ struct StorePlan {
     std::string journal_directory;  // empty: nothing is replaced
     std::string spool_directory;    // for large content; empty: $TMPDIR or /tmp
     Leftovers leftovers = Leftovers::kFinish;
+
+    // Gets what the opening has to tell a person of unfinished replacements, a sentence each;
+    // empty: nobody does.
+    std::function<void(const std::string& sentence)> tell;
 };
 
 class ImapStore final : public MailStore {
@@ -57,9 +62,6 @@ class ImapStore final : public MailStore {
     Result<std::unique_ptr<StagedMail>> Stage(const std::string& folder, const MailEntry& entry,
                                               const Blob& content) override;
     HiddenMailStore& Hidden() override { return hidden_; }
-
-    // What the opening has to tell a person of unfinished replacements, a sentence each.
-    const std::vector<std::string>& notes() const { return notes_; }
 
     // For tests: called at every step of a replacement.
     void SetStepHook(StepHook hook) { context_->hook = std::move(hook); }
@@ -86,7 +88,6 @@ class ImapStore final : public MailStore {
     HiddenMailbox hidden_;
     ReadAhead read_ahead_;
     std::shared_ptr<ReplacementContext> context_;
-    std::vector<std::string> notes_;
     ServerFolders tree_;
     std::map<std::string, AskedAhead> asked_ahead_;  // by mailbox
 };

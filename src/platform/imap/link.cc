@@ -80,17 +80,39 @@ Status Link::Read(const std::function<Status(Client&)>& work) {
 Result<SelectedMailbox> Link::Open(Client& client, const std::string& mailbox, SelectMode mode) {
     const bool will_do = mode == SelectMode::kReadOnly || mode_ == SelectMode::kReadWrite;
     if (!mailbox.empty() && client.selected() == mailbox && will_do) return selected_;
-    Result<SelectedMailbox> selected = client.Select(mailbox, mode);
+    const Result<SelectedMailbox> selected = client.Select(mailbox, mode);
     if (!selected.ok()) return selected.error();
-    if (selected.value().uid_validity == 0 || !selected.value().uids_sticky) {
+    return Remember(client, selected.value(), mode);
+}
+
+Result<SelectedMailbox> Link::Remember(Client& client, const SelectedMailbox& selected,
+                                       SelectMode mode) {
+    if (selected.uid_validity == 0 || !selected.uids_sticky) {
         return MessagingError(kNoSupport, client.host() +
                                               ": the server gives messages no lasting numbers in "
                                               "the mailbox " +
-                                              mailbox);
+                                              client.selected());
     }
-    selected_ = selected.value();
+    selected_ = selected;
     mode_ = mode;
     return selected_;
+}
+
+Status Link::Fetch(Client& client, const std::string& mailbox, const FetchRequest& request,
+                   const std::function<void(const SelectedMailbox&)>& opened,
+                   const FetchSink& sink) {
+    if (client.selected() == mailbox) {
+        const auto fresh = OpenFresh(client, mailbox, SelectMode::kReadOnly);
+        if (!fresh.ok()) return fresh.error();
+        opened(fresh.value());
+        return client.Fetch(request, sink);
+    }
+    const auto begun = client.SelectAndFetch(mailbox, SelectMode::kReadOnly, request, sink);
+    if (!begun.ok()) return begun.error();
+    const auto known = Remember(client, begun.value().mailbox, SelectMode::kReadOnly);
+    if (known.ok()) opened(known.value());
+    const Status fetched = client.Finish(begun.value().ticket);
+    return known.ok() ? fetched : known.error();
 }
 
 Result<SelectedMailbox> Link::OpenFresh(Client& client, const std::string& mailbox,

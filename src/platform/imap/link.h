@@ -43,6 +43,11 @@ class Link {
     // off what they have to tell until they have done all that they were asked together.
     Result<SelectedMailbox> OpenFresh(Client& client, const std::string& mailbox, SelectMode mode);
 
+    // Selects the mailbox and fetches from it; what comes is of now. `opened` is called with what
+    // the server tells of the mailbox before the first message is.
+    Status Fetch(Client& client, const std::string& mailbox, const FetchRequest& request,
+                 const std::function<void(const SelectedMailbox&)>& opened, const FetchSink& sink);
+
     // Whether the server tells modification numbers, and which messages went.
     bool has_condstore() const { return has_condstore_; }
     bool has_qresync() const { return has_qresync_; }
@@ -53,6 +58,8 @@ class Link {
  private:
     Result<Client*> Connect();
     Status TurnOnExtensions();
+    Result<SelectedMailbox> Remember(Client& client, const SelectedMailbox& selected,
+                                     SelectMode mode);
 
     std::recursive_mutex mutex_;
     Connector connect_;

@@ -15,6 +15,7 @@ namespace {
 // believed.
 using Entries = std::map<std::uint32_t, MailEntry>;
 constexpr std::size_t kMostEntries = 20'000'000;
+constexpr std::uint32_t kMostAtOnce = 1'000'000;
 
 bool TakeNumber(const std::string& text, std::size_t& at, std::uint64_t& number) {
     const char* const begin = text.data() + at;
@@ -24,8 +25,9 @@ bool TakeNumber(const std::string& text, std::size_t& at, std::uint64_t& number)
     return true;
 }
 
-FetchSink Into(Entries& entries, std::uint32_t uid_validity) {
-    return [&entries, uid_validity](FetchedMessage&& message) -> Status {
+// `uid_validity` is looked at when a message comes.
+FetchSink Into(Entries& entries, const std::uint32_t& uid_validity) {
+    return [&entries, &uid_validity](FetchedMessage&& message) -> Status {
         std::optional<MailEntry> entry = EntryOf(uid_validity, message);
         // Flags that came unasked; the messages of a request come with all that was asked.
         if (!entry) return {};
@@ -37,13 +39,37 @@ FetchSink Into(Entries& entries, std::uint32_t uid_validity) {
     };
 }
 
-Status ReadAll(Link& link, Client& client, const std::string& mailbox, Entries& entries,
-               std::uint32_t& uid_validity) {
+// In several requests when there are more than one answer may hold.
+std::vector<UidSet> AllInGroups(const SelectedMailbox& mailbox) {
+    std::vector<UidSet> groups;
+    const std::uint32_t full = mailbox.uid_next / kMostAtOnce;
+    for (std::uint32_t group = 0; group < full; ++group)
+        groups.push_back(UidSet::Between(group * kMostAtOnce + 1, (group + 1) * kMostAtOnce));
+    groups.push_back(UidSet::From(full * kMostAtOnce + 1));
+    return groups;
+}
+
+Status ReadVeryMany(Link& link, Client& client, const std::string& mailbox, Entries& entries,
+                    std::uint32_t& uid_validity) {
     const auto opened = link.OpenFresh(client, mailbox, SelectMode::kReadOnly);
     if (!opened.ok()) return opened.error();
     uid_validity = opened.value().uid_validity;
+    std::vector<FetchRequest> requests;
+    for (UidSet& uids : AllInGroups(opened.value()))
+        requests.push_back(EntryRequest(std::move(uids)));
+    return client.Fetch(requests, Into(entries, uid_validity));
+}
+
+Status ReadAll(Link& link, Client& client, const std::string& mailbox, std::uint32_t messages,
+               Entries& entries, std::uint32_t& uid_validity) {
     entries.clear();
-    return client.Fetch(EntryRequest(UidSet::From(1)), Into(entries, uid_validity));
+    if (messages > kMostAtOnce) {
+        return ReadVeryMany(link, client, mailbox, entries, uid_validity);
+    }
+    return link.Fetch(
+        client, mailbox, EntryRequest(UidSet::From(1)),
+        [&uid_validity](const SelectedMailbox& opened) { uid_validity = opened.uid_validity; },
+        Into(entries, uid_validity));
 }
 
 Entries KnownEntries(const MailListing& known, std::uint32_t uid_validity) {
@@ -129,7 +155,7 @@ Result<MailListing> ReadListing(Link& link, const std::string& mailbox, const Ma
     std::uint32_t uid_validity = 0;
     const Status read = link.Read([&](Client& client) -> Status {
         if (!CanBuildOn(link, earlier, status)) {
-            return ReadAll(link, client, mailbox, entries, uid_validity);
+            return ReadAll(link, client, mailbox, status.messages, entries, uid_validity);
         }
         const auto opened = link.OpenFresh(client, mailbox, SelectMode::kReadOnly);
         if (!opened.ok()) return opened.error();
@@ -141,7 +167,7 @@ Result<MailListing> ReadListing(Link& link, const std::string& mailbox, const Ma
             // status was asked; then the long way costs a little more, that is all.
             if (entries.size() == status.messages) return {};
         }
-        return ReadAll(link, client, mailbox, entries, uid_validity);
+        return ReadAll(link, client, mailbox, status.messages, entries, uid_validity);
     });
     if (!read.ok()) return read.error();
     // A listing that does not belong to the status must not be taken for it next time.

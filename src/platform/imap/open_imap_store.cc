@@ -36,7 +36,7 @@ std::string StateDirectory() {
 }
 
 Result<std::unique_ptr<MailStore>> OpenImapStore(const ServerSettings& settings,
-                                                 Leftovers leftovers, Clock& clock) {
+                                                 Leftovers leftovers, Tell tell, Clock& clock) {
     StorePlan plan;
     plan.address = settings.address;
     plan.display_name = settings.user;
@@ -44,6 +44,7 @@ Result<std::unique_ptr<MailStore>> OpenImapStore(const ServerSettings& settings,
     plan.journal_directory = StateDirectory();
     plan.spool_directory = settings.connection.spool_directory;
     plan.leftovers = leftovers;
+    plan.tell = std::move(tell);
     SecretReader secret = [source = settings.secret] { return ReadSecret(source); };
     auto store = OpenImapStore(
         std::move(plan), ConnectorFor(settings, std::move(secret)),

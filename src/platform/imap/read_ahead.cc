@@ -15,6 +15,9 @@ constexpr std::size_t kWholeMessages = 64;
 // Some kilobytes each.
 constexpr std::size_t kMostSummarized = 4000;
 
+// Two, so that the server is not idle while the answers of one are taken in.
+constexpr std::size_t kFlights = 2;
+
 // With so few left at hand, what is under way is taken in and the next is sent.
 constexpr std::size_t kFewLeft = 32;
 
@@ -64,8 +67,9 @@ void ReadAhead::Forget() {
     ready_.clear();
     given_.clear();
     // Its answers come all the same, and are dropped.
-    if (flight_) Await(*flight_);
-    flight_.reset();
+    for (Flight& flight : flights_)
+        Await(flight);
+    flights_.clear();
 }
 
 void ReadAhead::Expect(const std::string& mailbox, const std::vector<MailEntry>& entries,
@@ -88,7 +92,7 @@ void ReadAhead::Expect(const std::string& mailbox, const std::vector<MailEntry>&
             expected_.push_back(std::move(item));
         }
     }
-    if (!flight_) Send();
+    Send();
 }
 
 // Without the parts that were fetched for the summary, which are looked at once.
@@ -149,8 +153,8 @@ Result<MailOutline> ReadAhead::Outline(const std::string& mailbox, const MailEnt
     PassOver(order->second);
     order_of_.erase(order);
     while (!ready_.contains(identity->uid)) {
-        if (!flight_) Send();
-        if (!flight_) return OutlineOf(*FetchUnexpected(entry, *identity));
+        Send();
+        if (flights_.empty()) return OutlineOf(*FetchUnexpected(entry, *identity));
         TakeIn();
     }
     const ItemPointer item = ready_.at(identity->uid);
@@ -161,8 +165,8 @@ Result<MailOutline> ReadAhead::Outline(const std::string& mailbox, const MailEnt
     if (use_ == MailUse::kSummary) Keep(item);
     given_.push_back(item);
     if (given_.size() > kKept) given_.pop_front();
-    if (ready_.size() <= kFewLeft && flight_) TakeIn();
-    if (!flight_) Send();
+    if (ready_.size() <= kFewLeft && !flights_.empty()) TakeIn();
+    Send();
     return OutlineOf(*item);
 }
 
@@ -239,12 +243,14 @@ FetchSink ReadAhead::SinkOf(const Flight& flight) {
     };
 }
 
-// Sends the next flight. When that fails, the flight counts as one that was lost under way.
+// Sends what comes next. When that fails, the flight counts as one that was lost under way.
 void ReadAhead::Send() {
-    Flight flight = NextFlight();
-    if (flight.empty()) return;
-    flight.sent = TrySend(flight).ok();
-    flight_ = std::move(flight);
+    while (flights_.size() < kFlights) {
+        Flight flight = NextFlight();
+        if (flight.empty()) return;
+        flight.sent = TrySend(flight).ok();
+        flights_.push_back(std::move(flight));
+    }
 }
 
 Status ReadAhead::TrySend(Flight& flight) {
@@ -287,8 +293,8 @@ bool ReadAhead::Await(Flight& flight) {
 }
 
 void ReadAhead::TakeIn() {
-    Flight flight = std::move(*flight_);
-    flight_.reset();
+    Flight flight = std::move(flights_.front());
+    flights_.pop_front();
     if (!Await(flight)) Fetch(flight);
     Sort(flight);
 }

@@ -94,7 +94,7 @@ class ReadAhead {
     // By UID, of messages of the mailbox that were looked at for their summary: whoever took one
     // goes on with some of these messages, as a rule, and their structure is not fetched again.
     std::map<std::uint32_t, ItemPointer> summarized_;
-    std::optional<Flight> flight_;
+    std::deque<Flight> flights_;  // under way, the first to come first
     std::uint64_t last_order_ = 0;
 };
 

@@ -189,6 +189,26 @@ Status Session::Do(Command command, Effect effect, const Handler& handler) {
     return Accept(answer.value());
 }
 
+Result<Condition> Session::AskThenFetch(Command command, const Handler& handler,
+                                        const FetchRequest& request, FetchSink sink,
+                                        Client::Ticket& ticket) {
+    if (!command.valid()) {
+        return MessagingError(kInvalidParameter, host() + ": a name or flag cannot be sent");
+    }
+    TREVIX_RETURN_IF_ERROR(FinishAll());
+    handler_ = &handler;
+    const std::uint64_t id = Begin(command.bytes(), {});
+    Status status = Send(command, id, Effect::kReads);
+    if (status.ok()) {
+        const Result<Client::Ticket> started = StartFetch(request, std::move(sink));
+        if (started.ok()) ticket = started.value();
+        if (!started.ok()) status = started.error();
+    }
+    Result<Condition> answer = status.ok() ? Await(id) : Result<Condition>(status.error());
+    handler_ = nullptr;
+    return answer;
+}
+
 Result<std::vector<Condition>> Session::AskAll(std::vector<Command> commands,
                                                const Handler& handler) {
     TREVIX_RETURN_IF_ERROR(Ready());
@@ -271,9 +291,18 @@ Status Session::FetchChanges(const FetchRequest& request, FetchSink sink, const 
     return status;
 }
 
-Result<Client::Ticket> Session::StartFetch(const FetchRequest& request, FetchSink sink,
+// Servers refuse the whole request over an item that they do not know.
+FetchRequest Session::Offered(FetchRequest request) const {
+    request.modseq = request.modseq && (Offers("CONDSTORE") || Offers("QRESYNC"));
+    request.save_date = request.save_date && Offers("SAVEDATE");
+    request.email_id = request.email_id && Offers("OBJECTID");
+    return request;
+}
+
+Result<Client::Ticket> Session::StartFetch(const FetchRequest& wanted, FetchSink sink,
                                            bool vanished) {
     TREVIX_RETURN_IF_ERROR(Ready());
+    const FetchRequest request = Offered(wanted);
     std::vector<Command> commands;
     for (std::string& text : FetchCommands(request, vanished)) {
         commands.emplace_back(std::move(text));

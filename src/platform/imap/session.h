@@ -43,13 +43,19 @@ class Session final : private ContentRules {
     // The same for an answer that has to be OK.
     Status Do(Command command, Effect effect = Effect::kReads, const Handler& handler = {});
 
+    // A command and its answer, with a request for messages sent behind it in the same go. What the
+    // request brings comes after the answer, in Finish() of the ticket.
+    Result<Condition> AskThenFetch(Command command, const Handler& handler,
+                                   const FetchRequest& request, FetchSink sink,
+                                   Client::Ticket& ticket);
+
     // Many at once. The outer error is a lost connection.
     Result<std::vector<Condition>> AskAll(std::vector<Command> commands, const Handler& handler);
 
     // `response` is base64 already.
     Result<Condition> Authenticate(const std::string& mechanism, std::string_view response);
 
-    Result<Client::Ticket> StartFetch(const FetchRequest& request, FetchSink sink,
+    Result<Client::Ticket> StartFetch(const FetchRequest& wanted, FetchSink sink,
                                       bool vanished = false);
     // With VANISHED; the handler sees what it tells.
     Status FetchChanges(const FetchRequest& request, FetchSink sink, const Handler& handler);
@@ -101,6 +107,7 @@ class Session final : private ContentRules {
     Status TakeGreeting();
     Status SwitchToTls();
 
+    FetchRequest Offered(FetchRequest request) const;
     Status Ready() const;
     std::uint64_t Begin(std::size_t bytes, std::shared_ptr<FetchJob> job);
     Status Send(const Command& command, std::uint64_t id, Effect effect);

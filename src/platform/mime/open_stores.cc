@@ -119,8 +119,17 @@ Result<std::optional<OpenStore::Place>> OpenStore::FindAnywhere(const std::strin
 
 void OpenStore::NoteRows(const std::string& folder, std::shared_ptr<const FolderSummary> listing,
                          std::vector<std::uint32_t> order) {
-    upcoming_.Note(folder, std::move(listing), std::move(order));
+    // Who changed messages of one folder changes some of the next one.
+    const bool changed = use_ == MailUse::kChange;
+    upcoming_.Note(folder, std::move(listing), std::move(order),
+                   changed ? Upcoming::kNarrow : Upcoming::kWide);
     use_ = MailUse::kIndex;
+}
+
+void OpenStore::NoteChange() {
+    if (use_ == MailUse::kChange) return;
+    use_ = MailUse::kChange;
+    upcoming_.TellAnew();
 }
 
 Result<ReadMessage> OpenStore::Open(const std::string& folder, const MailEntry& entry,

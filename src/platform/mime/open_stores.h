@@ -64,7 +64,7 @@ class OpenStore {
                              HelperThread& helper);
 
     // A message is about to be changed, so others of its folder will be.
-    void NoteChange() { use_ = MailUse::kChange; }
+    void NoteChange();
 
     // Before the store closes: see FolderState.
     void Settle();

@@ -4,25 +4,16 @@
 #include <utility>
 
 namespace trevix::mime {
-namespace {
-
-// Wide enough that a server which is a tenth of a second away is seldom waited for. How much of it
-// a store fetches ahead is its own decision.
-constexpr std::size_t kWidestWindow = 512;
-
-// The first guess: whoever takes rows opens most of them, as a rule.
-constexpr std::size_t kFirstWindow = 128;
-
-}  // namespace
 
 void Upcoming::Note(std::string folder, std::shared_ptr<const FolderSummary> listing,
-                    std::vector<std::uint32_t> order) {
+                    std::vector<std::uint32_t> order, std::size_t first_window) {
     folder_ = std::move(folder);
     listing_ = std::move(listing);
     order_ = std::move(order);
     next_ = 0;
     told_ = 0;
     window_ = 0;
+    first_window_ = first_window;
 }
 
 std::vector<MailEntry> Upcoming::Follow(const std::string& folder, const std::string& key) {
@@ -35,8 +26,8 @@ std::vector<MailEntry> Upcoming::Follow(const std::string& folder, const std::st
         return {};
     }
     const bool as_guessed = position == next_ && window_ > 0;
-    const std::size_t anew = position == 0 ? kFirstWindow : 1;
-    window_ = as_guessed ? std::min(window_ * 2, kWidestWindow) : anew;
+    const std::size_t anew = position == 0 ? first_window_ : 1;
+    window_ = as_guessed ? std::min(window_ * 2, kWide) : anew;
     next_ = position + 1;
 
     // Told in good time: when half of what the store was told of last is used up.

@@ -1,122 +1,20 @@
 // A store over a server that changes its mind: nothing is written that could harm, and nothing is
 // taken for what it is not.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include "platform/imap/imap_store.h"
-#include "unit/imap/imap_world.h"
-#include "unit/posix/scratch.h"
+#include "unit/imap/scripted_store.h"
 
 namespace trevix::imap {
 namespace {
 
-using test::Greeting;
-using test::Script;
-using test::ScriptedServer;
-
-class StillClock final : public Clock {
- public:
-    Date NowLocal() override { return {}; }
-    Date NowUtc() override { return {}; }
-    std::int64_t UnixNanoseconds() override { return 1600000000000000000; }
-    std::int32_t TickCount() override { return tick_ += 10'000; }
-
- private:
-    std::int32_t tick_ = 0;
-};
-
-// A store over servers that play a script each, one connection after another.
-class HostileStore {
- public:
-    explicit HostileStore(std::vector<Script> scripts) {
-        for (Script& script : scripts) {
-            servers_.push_back(std::make_unique<ScriptedServer>(std::move(script)));
-        }
-        StorePlan plan;
-        plan.address = "imaps://ann@127.0.0.1";
-        plan.journal_directory = scratch_ / "journal";
-        auto opened = ImapStore::Open(
-            plan, [this]() -> Result<std::unique_ptr<Client>> { return Next(); },
-            [](std::chrono::milliseconds) {}, clock_);
-        EXPECT_TRUE(opened.ok()) << opened.error().description;
-        if (opened.ok()) store_ = std::move(opened).value();
-    }
-
-    ImapStore* operator->() { return store_.get(); }
-
-    // What the servers saw that they did not expect, and what they were sent in all.
-    std::string Finish() {
-        store_.reset();
-        std::string problems;
-        for (const auto& server : servers_) {
-            problems += server->Finish();
-            received_ += server->received();
-        }
-        return problems;
-    }
-    bool WasSent(const std::string& words) const {
-        return received_.find(words) != std::string::npos;
-    }
-
- private:
-    Result<std::unique_ptr<Client>> Next() {
-        if (next_ == servers_.size()) return Error{ErrorKind::kIo, 1, "no more servers"};
-        ConnectSettings settings = test::SettingsFor(*servers_[next_++]);
-        settings.limits.silence = std::chrono::milliseconds(300);
-        return Client::Connect(settings);
-    }
-
-    test::Scratch scratch_;
-    StillClock clock_;
-    std::vector<std::unique_ptr<ScriptedServer>> servers_;
-    std::size_t next_ = 0;
-    std::string received_;
-    std::unique_ptr<ImapStore> store_;
-};
-
-constexpr const char* kMessage =
-    "* 1 FETCH (UID 5 FLAGS () INTERNALDATE \"13-Sep-2020 12:26:40 +0000\" RFC822.SIZE 10)\r\n";
-
-std::string Opened(unsigned validity, unsigned exists, unsigned next) {
-    return "* FLAGS (\\Seen \\Deleted)\r\n* " + std::to_string(exists) +
-           " EXISTS\r\n* OK [UIDVALIDITY " + std::to_string(validity) + "] ok\r\n* OK [UIDNEXT " +
-           std::to_string(next) + "] ok\r\n{T} OK [READ-WRITE] ok\r\n";
-}
-
-Script& Status(Script& script, unsigned validity, unsigned messages, unsigned next) {
-    return script.Expect("STATUS \"INBOX\" *")
-        .Send("* STATUS INBOX (MESSAGES " + std::to_string(messages) + " UIDNEXT " +
-              std::to_string(next) + " UIDVALIDITY " + std::to_string(validity) +
-              ")\r\n{T} OK\r\n");
-}
-
-// One message in a mailbox, listed.
-Script Listed() {
-    Script script;
-    script.Send(Greeting("UIDPLUS LITERAL+"));
-    return Status(script, 7, 1, 6)
-        .Expect("EXAMINE \"INBOX\"")
-        .Send(Opened(7, 1, 6))
-        .Expect("UID FETCH 1:* *")
-        .Send(std::string(kMessage) + "{T} OK\r\n");
-}
-
 TEST(HostileStoreUids, AnotherValidityMeansThatTheMessageIsGone) {
-    HostileStore store({Listed().HangUp(), Script()
-                                               .Send(Greeting("UIDPLUS LITERAL+"))
-                                               .Expect("EXAMINE \"INBOX\"")
-                                               .Send(Opened(8, 1, 6))
-                                               .Expect("SELECT \"INBOX\"")
-                                               .Send(Opened(8, 1, 6))});
+    ScriptedStore store({Listed().HangUp(), Script()
+                                                .Send(Greeting("UIDPLUS LITERAL+"))
+                                                .Expect("EXAMINE \"INBOX\"")
+                                                .Send(Opened(8, 1, 6))
+                                                .Expect("SELECT \"INBOX\"")
+                                                .Send(Opened(8, 1, 6))});
     const auto listing = store->List("INBOX", nullptr);
     ASSERT_TRUE(listing.ok()) << listing.error().description;
     ASSERT_EQ(listing.value().listing.entries.size(), 1U);
@@ -136,10 +34,12 @@ TEST(HostileStoreUids, AnotherValidityMeansThatTheMessageIsGone) {
 TEST(HostileStoreUids, AMailboxWithoutLastingNumbersIsNotUsed) {
     Script script;
     script.Send(Greeting("UIDPLUS"));
-    HostileStore store({Status(script, 7, 1, 6)
-                            .Expect("EXAMINE \"INBOX\"")
-                            .Send("* 1 EXISTS\r\n* OK [UIDNOTSTICKY] x\r\n* OK [UIDVALIDITY 7] "
-                                  "x\r\n{T} OK\r\n")});
+    ScriptedStore store({Status(script, 7, 1, 6)
+                             .Expect("EXAMINE \"INBOX\"")
+                             .Send("* 1 EXISTS\r\n* OK [UIDNOTSTICKY] x\r\n* OK [UIDVALIDITY 7] "
+                                   "x\r\n{T} OK\r\n")
+                             .Expect("UID FETCH 1:* *")
+                             .Send(std::string(kMessage) + "{T} OK\r\n")});
     const auto listing = store->List("INBOX", nullptr);
     ASSERT_FALSE(listing.ok());
     EXPECT_EQ(listing.error().kind, ErrorKind::kUnsupported);
@@ -148,12 +48,12 @@ TEST(HostileStoreUids, AMailboxWithoutLastingNumbersIsNotUsed) {
 TEST(HostileStoreListing, AMailboxThatShrinksMeanwhileIsListedAgainNextTime) {
     Script script;
     script.Send(Greeting("UIDPLUS"));
-    HostileStore store({Status(script, 7, 3, 6)
-                            .Expect("EXAMINE \"INBOX\"")
-                            .Send(Opened(7, 3, 6))
-                            .Expect("UID FETCH 1:* *")
-                            .Send("* 1 EXISTS\r\n" + std::string(kMessage) +
-                                  "* 9 EXPUNGE\r\n* 0 EXISTS\r\n{T} OK\r\n")});
+    ScriptedStore store({Status(script, 7, 3, 6)
+                             .Expect("EXAMINE \"INBOX\"")
+                             .Send(Opened(7, 3, 6))
+                             .Expect("UID FETCH 1:* *")
+                             .Send("* 1 EXISTS\r\n" + std::string(kMessage) +
+                                   "* 9 EXPUNGE\r\n* 0 EXISTS\r\n{T} OK\r\n")});
     const auto listing = store->List("INBOX", nullptr);
     ASSERT_TRUE(listing.ok()) << listing.error().description;
     EXPECT_EQ(listing.value().listing.entries.size(), 1U);
@@ -163,7 +63,7 @@ TEST(HostileStoreListing, AMailboxThatShrinksMeanwhileIsListedAgainNextTime) {
 TEST(HostileStoreListing, MessagesThatNobodyAskedForAreNotListed) {
     Script script;
     script.Send(Greeting("UIDPLUS"));
-    HostileStore store(
+    ScriptedStore store(
         {Status(script, 7, 1, 6)
              .Expect("EXAMINE \"INBOX\"")
              .Send(Opened(7, 1, 6))
@@ -186,12 +86,12 @@ TEST(HostileStoreListing, GoesOnWithANewConnectionWhenOneIsLost) {
         .Expect("UID FETCH 1:* *")
         .Send("* 1 FETCH (UID 5 FLAGS (")
         .HangUp();
-    HostileStore store({lost, Script()
-                                  .Send(Greeting("UIDPLUS"))
-                                  .Expect("EXAMINE \"INBOX\"")
-                                  .Send(Opened(7, 1, 6))
-                                  .Expect("UID FETCH 1:* *")
-                                  .Send(std::string(kMessage) + "{T} OK\r\n")});
+    ScriptedStore store({lost, Script()
+                                   .Send(Greeting("UIDPLUS"))
+                                   .Expect("EXAMINE \"INBOX\"")
+                                   .Send(Opened(7, 1, 6))
+                                   .Expect("UID FETCH 1:* *")
+                                   .Send(std::string(kMessage) + "{T} OK\r\n")});
     const auto listing = store->List("INBOX", nullptr);
     ASSERT_TRUE(listing.ok()) << listing.error().description;
     EXPECT_EQ(listing.value().listing.entries.size(), 1U);
@@ -200,15 +100,16 @@ TEST(HostileStoreListing, GoesOnWithANewConnectionWhenOneIsLost) {
 
 TEST(HostileStoreFolders, NamesAreDataAndNoPaths) {
     const auto before = std::filesystem::exists("../x");
-    HostileStore store({Script()
-                            .Send(Greeting("UIDPLUS"))
-                            .Expect("LIST *")
-                            .Send("* LIST () \"/\" ../x\r\n* LIST () \"/\" \"/etc/passwd\"\r\n"
-                                  "* LIST () \"/\" \"\"\r\n* LIST () \"/\" \"//\"\r\n"
-                                  "* LIST () \"/\" {4}\r\na\r\nb\r\n* LIST () NIL \"flat/name\"\r\n"
-                                  "* LIST () \".\" \"..\"\r\n* LIST () \"/\" INBOX\r\n"
-                                  "* LIST () \"/\" ../x\r\n* LIST () \"ab\" odd\r\n"
-                                  "* LIST () \"/\" caf\xE9\r\n{T} OK\r\n")});
+    ScriptedStore store(
+        {Script()
+             .Send(Greeting("UIDPLUS"))
+             .Expect("LIST *")
+             .Send("* LIST () \"/\" ../x\r\n* LIST () \"/\" \"/etc/passwd\"\r\n"
+                   "* LIST () \"/\" \"\"\r\n* LIST () \"/\" \"//\"\r\n"
+                   "* LIST () \"/\" {4}\r\na\r\nb\r\n* LIST () NIL \"flat/name\"\r\n"
+                   "* LIST () \".\" \"..\"\r\n* LIST () \"/\" INBOX\r\n"
+                   "* LIST () \"/\" ../x\r\n* LIST () \"ab\" odd\r\n"
+                   "* LIST () \"/\" caf\xE9\r\n{T} OK\r\n")});
     const auto folders = store->Folders();
     ASSERT_TRUE(folders.ok()) << folders.error().description;
     bool inbox = false;
@@ -225,14 +126,14 @@ TEST(HostileStoreFolders, NamesAreDataAndNoPaths) {
 }
 
 TEST(HostileStoreRead, ContentOfAnotherMessageIsNotTaken) {
-    HostileStore store({Listed()
-                            .Expect("NOOP")
-                            .Send("{T} OK\r\n")
-                            .Expect("UID FETCH 5 *")
-                            .Send("* 2 FETCH (UID 6 BODY[] {3}\r\nbad)\r\n"
-                                  "* 1 FETCH (BODY[] {3}\r\nbad)\r\n"
-                                  "* 1 FETCH (UID 5 BODY[1] {3}\r\nbad)\r\n"
-                                  "* 1 FETCH (UID 5 BODY[]<10> {3}\r\nbad)\r\n{T} OK\r\n")});
+    ScriptedStore store({Listed()
+                             .Expect("NOOP")
+                             .Send("{T} OK\r\n")
+                             .Expect("UID FETCH 5 *")
+                             .Send("* 2 FETCH (UID 6 BODY[] {3}\r\nbad)\r\n"
+                                   "* 1 FETCH (BODY[] {3}\r\nbad)\r\n"
+                                   "* 1 FETCH (UID 5 BODY[1] {3}\r\nbad)\r\n"
+                                   "* 1 FETCH (UID 5 BODY[]<10> {3}\r\nbad)\r\n{T} OK\r\n")});
     const auto listing = store->List("INBOX", nullptr);
     ASSERT_TRUE(listing.ok());
     const auto content = store->Read("INBOX", listing.value().listing.entries.at(0));

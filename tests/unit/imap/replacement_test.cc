@@ -275,10 +275,13 @@ TEST_P(Replacement, TouchesNothingInAMailboxThatWasMadeAnew) {
     }
     ASSERT_EQ(::waitpid(child, nullptr, 0), child);
 
-    const auto store = world_->Open();
+    std::vector<std::string> told;
+    StorePlan plan = world_->Plan();
+    plan.tell = [&told](const std::string& sentence) { told.push_back(sentence); };
+    const auto store = world_->Open(std::move(plan));
 
-    ASSERT_EQ(store->notes().size(), 1U);
-    EXPECT_NE(store->notes()[0].find("INBOX"), std::string::npos);
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_NE(told[0].find("INBOX"), std::string::npos);
     EXPECT_EQ(world_->Mail().size(), 1U);
     EXPECT_TRUE(world_->Journals().empty());
 }

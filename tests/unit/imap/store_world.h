@@ -87,6 +87,10 @@ class StoreWorld {
     std::unique_ptr<ImapStore> Open(Leftovers leftovers = Leftovers::kFinish) {
         StorePlan plan = Plan();
         plan.leftovers = leftovers;
+        return Open(std::move(plan));
+    }
+
+    std::unique_ptr<ImapStore> Open(StorePlan plan) {
         auto store = ImapStore::Open(
             std::move(plan),
             [this]() -> Result<std::unique_ptr<Client>> {

@@ -319,6 +319,27 @@ TEST(Upcoming, GuessesNothingAfterAJumpOrElsewhere) {
     EXPECT_EQ(upcoming.Next(), nullptr);
 }
 
+TEST(Upcoming, TellsFewAtFirstWhereItIsToldTo) {
+    Upcoming upcoming;
+    upcoming.Note("f", ListingOf(1000), Downward(1000), Upcoming::kNarrow);
+    EXPECT_EQ(upcoming.Follow("f", "k999").size(), 1 + Upcoming::kNarrow);
+    upcoming.Note("f", ListingOf(1000), Downward(1000));
+    EXPECT_EQ(upcoming.Follow("f", "k999").size(), 1 + Upcoming::kWide);
+}
+
+TEST(Upcoming, TellsTheRestAnewWhenItWasTheWrongThing) {
+    Upcoming upcoming;
+    upcoming.Note("f", ListingOf(100), Downward(100));
+    upcoming.Follow("f", "k99");
+    ASSERT_TRUE(upcoming.Follow("f", "k98").empty()) << "told already";
+
+    upcoming.TellAnew();
+
+    const auto entries = upcoming.Follow("f", "k97");
+    ASSERT_EQ(entries.size(), 98U);
+    EXPECT_EQ(entries.front().key, "k97");
+}
+
 TEST(Upcoming, EndsWithTheRows) {
     Upcoming upcoming;
     upcoming.Note("f", ListingOf(3), Downward(3));
