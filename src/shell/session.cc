@@ -5,6 +5,7 @@
 #include "shell/settings.h"
 #include "util/file_name.h"
 #include "util/pending_error.h"
+#include "util/text.h"
 
 namespace trevix {
 namespace {
@@ -88,11 +89,13 @@ void Session::LogOnToStore() {
     }
 }
 
-// `name` comes back as the name that the texts show: the profile, or server, line feed, alias.
+// `name` comes back as the name that the texts show: the profile, or server, line feed, alias. A
+// password that somebody has put into a store's address gets into no text.
 Status Session::OpenSession(std::string& name) {
     LogonRequest request;
     if (!profile_.empty()) {
-        name = request.profile_name = profile_;
+        request.profile_name = profile_;
+        name = WithoutPassword(profile_);
     } else {
         name = request.profile_info = server_ + "\n" + alias_;
     }

@@ -134,4 +134,16 @@ std::string Utf16Left(std::string_view text, std::size_t units) {
     return std::string(text.substr(0, at));
 }
 
+std::string WithoutPassword(std::string_view text) {
+    constexpr std::string_view kMark = "://";
+    const std::size_t mark = text.find(kMark);
+    if (mark == std::string_view::npos) return std::string(text);
+    // The host has no "@", but what stands before it may hold one, and a slash as well.
+    const std::size_t user = mark + kMark.size();
+    const std::size_t host = text.rfind('@');
+    const std::size_t colon = text.find(':', user);
+    if (host == std::string_view::npos || colon >= host) return std::string(text);
+    return std::string(text.substr(0, colon + 1)) + "***" + std::string(text.substr(host));
+}
+
 }  // namespace trevix

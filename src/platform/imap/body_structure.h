@@ -42,8 +42,10 @@ struct BodyPart {
     // The parts of a multipart; the one body of an attached message that its server has opened.
     std::vector<BodyPart> children;
 
-    bool is_multipart() const;  // by its type, in any case of letters
-    bool is_message() const;    // message/rfc822 or message/global, with its body in `children`
+    bool is_multipart() const;       // by its type, in any case of letters
+    std::size_t held_bytes() const;  // about so much memory do it and its parts take
+
+    bool is_message() const;  // message/rfc822 or message/global, with its body in `children`
 };
 
 }  // namespace trevix::imap

@@ -12,8 +12,8 @@ namespace {
 constexpr std::size_t kFlightMessages = 500;
 constexpr std::size_t kWholeMessages = 64;
 
-// Some kilobytes each.
-constexpr std::size_t kMostSummarized = 4000;
+// Structures that are kept: of some thousand ordinary messages.
+constexpr std::size_t kMostSummarizedBytes = std::size_t{16} * 1024 * 1024;
 
 // Two, so that the server is not idle while the answers of one are taken in.
 constexpr std::size_t kFlights = 2;
@@ -72,10 +72,19 @@ void ReadAhead::Forget() {
     flights_.clear();
 }
 
+void ReadAhead::ForgetMailbox() {
+    Forget();
+    summarized_.clear();
+    summarized_bytes_ = 0;
+}
+
 void ReadAhead::Expect(const std::string& mailbox, const std::vector<MailEntry>& entries,
                        MailUse use) {
-    if (mailbox != mailbox_ || use != use_ || ready_.size() > 4 * kFlightMessages) Forget();
-    if (mailbox != mailbox_) summarized_.clear();
+    if (mailbox != mailbox_) {
+        ForgetMailbox();
+    } else if (use != use_ || ready_.size() > 4 * kFlightMessages) {
+        Forget();
+    }
     mailbox_ = mailbox;
     use_ = use;
     for (const MailEntry& entry : entries) {
@@ -97,9 +106,11 @@ void ReadAhead::Expect(const std::string& mailbox, const std::vector<MailEntry>&
 
 // Without the parts that were fetched for the summary, which are looked at once.
 void ReadAhead::Keep(const ItemPointer& item) {
-    if (item->error || item->facts.structure == nullptr || summarized_.size() >= kMostSummarized) {
-        return;
-    }
+    if (item->error || item->facts.structure == nullptr) return;
+    const std::size_t bytes =
+        item->facts.structure->held_bytes() + item->facts.header.value_or("").size();
+    if (summarized_bytes_ + bytes > kMostSummarizedBytes) return;
+    summarized_bytes_ += bytes;
     auto kept = std::make_shared<Item>();
     kept->identity = item->identity;
     kept->facts.structure = item->facts.structure;
@@ -143,10 +154,7 @@ Result<MailOutline> ReadAhead::Outline(const std::string& mailbox, const MailEnt
     if (const ItemPointer again = GivenBefore(mailbox, *identity)) return OutlineOf(*again);
     const auto order = mailbox == mailbox_ ? order_of_.find(identity->uid) : order_of_.end();
     if (order == order_of_.end()) {
-        if (mailbox != mailbox_) {
-            Forget();
-            summarized_.clear();
-        }
+        if (mailbox != mailbox_) ForgetMailbox();
         mailbox_ = mailbox;
         return OutlineOf(*FetchUnexpected(entry, *identity));
     }

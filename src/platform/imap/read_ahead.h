@@ -60,6 +60,7 @@ class ReadAhead {
     };
 
     void Forget();
+    void ForgetMailbox();
     void Keep(const ItemPointer& item);
     bool TakeStructure(Item& item) const;
     ItemPointer GivenBefore(const std::string& mailbox, const MessageIdentity& identity) const;
@@ -94,6 +95,7 @@ class ReadAhead {
     // By UID, of messages of the mailbox that were looked at for their summary: whoever took one
     // goes on with some of these messages, as a rule, and their structure is not fetched again.
     std::map<std::uint32_t, ItemPointer> summarized_;
+    std::size_t summarized_bytes_ = 0;
     std::deque<Flight> flights_;  // under way, the first to come first
     std::uint64_t last_order_ = 0;
 };

@@ -205,6 +205,25 @@ bool BodyPart::is_message() const {
     return SameLetters(type, "MESSAGE") && !children.empty();
 }
 
+std::size_t BodyPart::held_bytes() const {
+    const auto of_all = [](const Parameters& list) {
+        std::size_t bytes = 0;
+        for (const auto& [name, value] : list)
+            bytes += sizeof(Parameters::value_type) + name.size() + value.size();
+        return bytes;
+    };
+    std::size_t bytes = sizeof *this + type.size() + subtype.size() + encoding.size() +
+                        section.size() + of_all(parameters);
+    for (const auto* text : {&id, &description, &location})
+        bytes += text->has_value() ? (*text)->size() : 0;
+    if (disposition) bytes += disposition->type.size() + of_all(disposition->parameters);
+    for (const std::string& language : languages)
+        bytes += sizeof language + language.size();
+    for (const BodyPart& child : children)
+        bytes += child.held_bytes();
+    return bytes;
+}
+
 std::string ParseStructure(const Value& value, BodyPart& part) {
     if (value.kind != Kind::kList) return kNoPart;
     return ParseBody(value, {}, part);
