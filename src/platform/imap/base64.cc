@@ -13,11 +13,11 @@ constexpr std::string_view kDigits =
 constexpr std::size_t kLineBytes = 57;
 constexpr std::string_view kLineEnd = "\r\n";
 
-std::array<std::int8_t, 256> MakeValues() {
-    std::array<std::int8_t, 256> values{};
+std::array<int, 256> MakeValues() {
+    std::array<int, 256> values{};
     values.fill(-1);
     for (std::size_t at = 0; at < kDigits.size(); ++at)
-        values[static_cast<unsigned char>(kDigits[at])] = static_cast<std::int8_t>(at);
+        values[static_cast<unsigned char>(kDigits[at])] = static_cast<int>(at);
     return values;
 }
 
@@ -103,7 +103,7 @@ void AppendBase64(std::string& text, const char* bytes, std::size_t count) {
 }
 
 std::optional<std::string> DecodeBase64(std::string_view text) {
-    static const std::array<std::int8_t, 256> kValues = MakeValues();
+    static const std::array<int, 256> kValues = MakeValues();
     std::string bytes;
     bytes.reserve(text.size() / 4 * 3);
     std::uint32_t group = 0;

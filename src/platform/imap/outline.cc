@@ -80,9 +80,9 @@ class SkeletonWriter {
         const std::string boundary = BoundaryOf(boundaries_);
         for (const BodyPart& child : part.children) {
             text_ += "--" + boundary + "\r\n";
-            const Result<bool> header = WritePartHeader(child);
+            Result<bool> header = WritePartHeader(child);
             if (!header.ok() || !header.value()) return header;
-            const Result<bool> content = WriteContent(child);
+            Result<bool> content = WriteContent(child);
             if (!content.ok() || !content.value()) return content;
             text_ += kNewline;
         }

@@ -143,11 +143,10 @@ class Planner {
 
     void VisitForIndex(const BodyPart& part) {
         if (IsPlainText(part)) return;
-        if (IsZip(part)) {
-            Ask(part, part.size_bytes);
-        } else if (LowerText(part.encoding) == "base64") {
+        const bool is_base64 = LowerText(part.encoding) == "base64";
+        if (is_base64 && !IsZip(part)) {
             AskEnding(part);
-        } else if (!IsIdentity(part)) {
+        } else if (IsZip(part) || !IsIdentity(part)) {
             Ask(part, part.size_bytes);
         }
     }

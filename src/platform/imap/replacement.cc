@@ -181,7 +181,7 @@ Result<std::uint32_t> StagedMessage::Append() {
     }
     const Result<std::uint32_t> found = FindNew(link(), record_);
     if (!found.ok()) return found.error();
-    if (found.value() != 0) return found;
+    if (found.value() != 0) return found.value();
     return appended.ok() ? MessagingError(kCallFailed, "the new message cannot be found")
                          : appended.error();
 }
@@ -238,9 +238,9 @@ void StagedMessage::Undo(std::uint32_t uid, const Error& why) {
 
 }  // namespace
 
-Result<std::unique_ptr<StagedMail>> StageReplacement(std::shared_ptr<ReplacementContext> context,
-                                                     const std::string& mailbox,
-                                                     const MailEntry& entry, const Blob& content) {
+Result<std::unique_ptr<StagedMail>> StageReplacement(
+    const std::shared_ptr<ReplacementContext>& context, const std::string& mailbox,
+    const MailEntry& entry, const Blob& content) {
     const auto identity = DecodeLocator(entry.locator);
     if (!identity) return MessagingError(kInvalidEntryId, entry.key);
     // First of all, and without holding the connection: the content may have to be fetched itself.

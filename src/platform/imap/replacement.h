@@ -74,8 +74,8 @@ struct ReplacementContext {
 // Writes the replacement for a message as listed. kUnsupported (80040102) where the server cannot
 // remove a single message, kDenied where the mailbox is read-only; a Commit() is kDenied when the
 // message is marked as deleted. In either case nothing is modified.
-Result<std::unique_ptr<StagedMail>> StageReplacement(std::shared_ptr<ReplacementContext> context,
-                                                     const std::string& mailbox,
-                                                     const MailEntry& entry, const Blob& content);
+Result<std::unique_ptr<StagedMail>> StageReplacement(
+    const std::shared_ptr<ReplacementContext>& context, const std::string& mailbox,
+    const MailEntry& entry, const Blob& content);
 
 }  // namespace trevix::imap

@@ -105,7 +105,7 @@ class Retirement {
         if (old_now.is_deleted() && !marked_ && treat_ == MarkedOld::kLeave) {
             return MessagingError(kObjectChanged);
         }
-        const Result<bool> carried = Carry(WithoutDeleted(old_now.flags), new_now.flags);
+        Result<bool> carried = Carry(WithoutDeleted(old_now.flags), new_now.flags);
         if (!carried.ok() || !carried.value()) return carried;
         return Remove(old_now);
     }

@@ -218,7 +218,7 @@ std::size_t BodyPart::held_bytes() const {
         bytes += text->has_value() ? (*text)->size() : 0;
     if (disposition) bytes += disposition->type.size() + of_all(disposition->parameters);
     for (const std::string& language : languages)
-        bytes += sizeof language + language.size();
+        bytes += sizeof(std::string) + language.size();
     for (const BodyPart& child : children)
         bytes += child.held_bytes();
     return bytes;
