@@ -16,6 +16,7 @@
 #include "platform/imap/mailbox_name.h"
 #include "platform/imap/reply_parser.h"
 #include "platform/imap/tokens.h"
+#include "platform/modified_utf7.h"
 
 namespace trevix::imap {
 namespace {
@@ -113,10 +114,10 @@ void TryTexts(std::string_view text) {
         Require(UidSet::Parse(set->ToText(), 1000) == set, "sets come back");
     }
     const std::string shown = DecodeMailboxName(text);
-    const std::string wire = EncodeMailboxName(shown);
+    const std::string wire = EncodeModifiedUtf7(shown);
     Require(std::all_of(wire.begin(), wire.end(), [](char c) { return c >= 0x20 && c < 0x7F; }),
             "wire names are printable");
-    Require(EncodeMailboxName(DecodeMailboxName(wire)) == wire, "wire names come back");
+    Require(EncodeModifiedUtf7(DecodeMailboxName(wire)) == wire, "wire names come back");
 }
 
 }  // namespace

@@ -164,7 +164,7 @@ class Client {
     const std::string& host() const;
     const Refusal& refusal() const;
 
-    // After Append, Replace, Store, Expunge or Create failed: whether the server may have done it
+    // After Append, Store, Expunge or Create failed: whether the server may have done it
     // all the same. False after a NO, and when the command had not left this machine whole.
     bool fate_unknown() const;
 
@@ -183,13 +183,13 @@ class Client {
 
     // The same, with a request for its messages sent in the same go; its ticket is given to
     // Finish() as usual. After a failure there is no ticket.
+    using Ticket = std::uint64_t;
     struct Begun {
         SelectedMailbox mailbox;
-        std::uint64_t ticket = 0;
+        Ticket ticket = 0;
     };
     Result<Begun> SelectAndFetch(const std::string& mailbox, SelectMode mode,
                                  const FetchRequest& request, FetchSink sink);
-    Status Unselect();  // where offered; else nothing is done. Never removes messages
     const std::string& selected() const;  // empty: none
 
     // STATUS of one mailbox, or of many, all sent before the first answer is read. In the order of
@@ -208,7 +208,6 @@ class Client {
     // The sink is called in any later call of this client, never after Finish() of its ticket.
     // When too much is under way, Start waits for the oldest. Any other call finishes all that was
     // started; each ticket still has to be given to Finish() once, for its outcome.
-    using Ticket = std::uint64_t;
     Result<Ticket> StartFetch(const FetchRequest& request, FetchSink sink);
     Status Finish(Ticket ticket);
 
@@ -223,9 +222,6 @@ class Client {
     // A failure to read the content gives up the connection, as its promised length cannot be kept
     // otherwise; nothing has been stored then.
     Result<std::optional<AppendedMail>> Append(const AppendRequest& request);
-
-    // UID REPLACE (RFC 8508) of a message of the selected mailbox. kUnsupported where not offered.
-    Result<std::optional<AppendedMail>> Replace(std::uint32_t uid, const AppendRequest& request);
 
     // UID STORE, silent. With `unchanged_since` (needs CONDSTORE) messages that were changed later
     // are left alone; the UIDs of those are returned.

@@ -155,6 +155,13 @@ class Listing {
     std::size_t bytes_ = 0;
 };
 
+Command SelectCommand(const Client& client, const std::string& mailbox, SelectMode mode) {
+    Command command(mode == SelectMode::kReadWrite ? "SELECT" : "EXAMINE");
+    command.Text(mailbox);
+    if (client.Offers("CONDSTORE") || client.Offers("QRESYNC")) command.Words("(CONDSTORE)");
+    return command;
+}
+
 }  // namespace
 
 Result<std::vector<Mailbox>> Client::List(const ListRequest& request) {
@@ -176,17 +183,6 @@ Result<std::vector<Mailbox>> Client::List(const ListRequest& request) {
                                         [&listing](Reply& reply) { return listing.Take(reply); }));
     return listing.Finish();
 }
-
-namespace {
-
-Command SelectCommand(const Client& client, const std::string& mailbox, SelectMode mode) {
-    Command command(mode == SelectMode::kReadWrite ? "SELECT" : "EXAMINE");
-    command.Text(mailbox);
-    if (client.Offers("CONDSTORE") || client.Offers("QRESYNC")) command.Words("(CONDSTORE)");
-    return command;
-}
-
-}  // namespace
 
 Result<SelectedMailbox> Client::Select(const std::string& mailbox, SelectMode mode) {
     Selection selection;
@@ -232,13 +228,6 @@ Result<Client::Begun> Client::SelectAndFetch(const std::string& mailbox, SelectM
     session_->ForgetNewsOfMailbox();
     begun.mailbox = selection.Finish(answer.value(), mode);
     return begun;
-}
-
-Status Client::Unselect() {
-    if (!Offers("UNSELECT") || selected().empty()) return {};
-    TREVIX_RETURN_IF_ERROR(session_->Do(Command("UNSELECT")));
-    session_->selected.clear();
-    return {};
 }
 
 Result<MailboxStatus> Client::StatusOf(const std::string& mailbox) {

@@ -36,17 +36,6 @@ Result<std::string> FlagList(const std::vector<std::string>& flags) {
     return "(" + list + ")";
 }
 
-// The end of APPEND and REPLACE.
-Status AddMail(Command& command, const AppendRequest& request) {
-    command.Text(request.mailbox);
-    const Result<std::string> flags = FlagList(request.flags);
-    if (!flags.ok()) return flags.error();
-    command.Words(flags.value());
-    if (request.internal_date) command.Text(FormatDateTime(*request.internal_date));
-    command.Content(request.content);
-    return {};
-}
-
 }  // namespace
 
 Status Client::Fetch(const FetchRequest& request, const FetchSink& sink) {
@@ -114,18 +103,12 @@ Result<UidSet> Client::Search(const std::string& criteria) {
 
 Result<std::optional<AppendedMail>> Client::Append(const AppendRequest& request) {
     Command command("APPEND");
-    TREVIX_RETURN_IF_ERROR(AddMail(command, request));
-    session_->ForgetAppended();
-    TREVIX_RETURN_IF_ERROR(session_->Do(std::move(command), Session::Effect::kWrites));
-    return session_->TakeAppended();
-}
-
-Result<std::optional<AppendedMail>> Client::Replace(std::uint32_t uid,
-                                                    const AppendRequest& request) {
-    if (!Offers("REPLACE")) return session_->Unsupported("to replace a message (REPLACE)");
-    Command command("UID REPLACE");
-    command.Words(std::to_string(uid));
-    TREVIX_RETURN_IF_ERROR(AddMail(command, request));
+    command.Text(request.mailbox);
+    const Result<std::string> flags = FlagList(request.flags);
+    if (!flags.ok()) return flags.error();
+    command.Words(flags.value());
+    if (request.internal_date) command.Text(FormatDateTime(*request.internal_date));
+    command.Content(request.content);
     session_->ForgetAppended();
     TREVIX_RETURN_IF_ERROR(session_->Do(std::move(command), Session::Effect::kWrites));
     return session_->TakeAppended();

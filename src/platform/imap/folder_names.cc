@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/imap/mailbox_name.h"
+#include "platform/modified_utf7.h"
 
 namespace trevix::imap {
 namespace {
@@ -47,6 +48,7 @@ MailFolder FolderAt(std::string path, bool holds_messages) {
 
 void AddMissingParents(std::map<std::string, MailFolder>& by_path) {
     std::vector<std::string> paths;
+    paths.reserve(by_path.size());
     for (const auto& [path, folder] : by_path)
         paths.push_back(path);
     for (const std::string& path : paths) {
@@ -106,7 +108,7 @@ std::vector<std::string> OwnMailboxNames(const std::vector<Mailbox>& mailboxes,
                           SameMailbox(mailbox.name.substr(0, 5), kInboxPath) &&
                           mailbox.name.substr(5, mailbox.delimiter.size()) == mailbox.delimiter;
     }
-    const std::string wire = EncodeMailboxName(name);
+    const std::string wire = EncodeModifiedUtf7(name);
     if (delimiter.empty()) return {wire};
     const std::string below = kInboxPath + delimiter + wire;
     // With nothing but an Inbox, nobody knows; the top is right on most servers.

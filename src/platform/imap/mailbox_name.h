@@ -1,4 +1,4 @@
-// Names of mailboxes: modified UTF-7 on the wire, UTF-8 for people (RFC 3501, section 5.1.3).
+// Names of mailboxes: modified UTF-7 on the wire (modified_utf7.h), UTF-8 for people.
 //
 // A name is data: whatever a server calls a mailbox ("../x", a name with a line end), it never
 // becomes a path of this machine, and it is given back to the server as the server wrote it.
@@ -12,9 +12,6 @@ namespace trevix::imap {
 // For display. A name that is not well-formed modified UTF-7 comes back as it is, with bytes that
 // are not ASCII replaced by U+FFFD; so two names can look alike, and only the wire name identifies.
 std::string DecodeMailboxName(std::string_view wire_name);
-
-// The wire name of a UTF-8 text. Bytes that are no UTF-8 become U+FFFD.
-std::string EncodeMailboxName(std::string_view text);
 
 // Whether both name one mailbox: "INBOX" is the same in every spelling, all else is compared as is.
 bool SameMailbox(std::string_view wire_name, std::string_view other);

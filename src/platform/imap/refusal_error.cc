@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "platform/errors.h"
-#include "platform/imap/utf8.h"
+#include "platform/utf8.h"
 
 namespace trevix::imap {
 namespace {

@@ -253,27 +253,5 @@ TEST(ClientAppend, CutAtEachByteReceivedByTheServer) {
     }
 }
 
-TEST(ClientReplace, TellsTheNewUid) {
-    Conversation talk(Script()
-                          .Send(Greeting("REPLACE UIDPLUS LITERAL+"))
-                          .Expect("UID REPLACE 7 " + std::string(kLine).substr(7) + "{8+}")
-                          .TakeContent(8)
-                          .ExpectRaw("")
-                          .Send("* OK [APPENDUID 1 2000] Replacement Message ready\r\n"
-                                "* 5 EXISTS\r\n* 4 EXPUNGE\r\n{T} OK done\r\n"));
-    const auto replaced = talk->Replace(7, Mail());
-    ASSERT_TRUE(replaced.ok()) << replaced.error().description;
-    ASSERT_TRUE(replaced.value());
-    EXPECT_EQ(replaced.value()->uid, 2000U);
-    EXPECT_EQ(talk.Finish(), "");
-}
-
-TEST(ClientReplace, IsNotTriedWhereItIsNotOffered) {
-    Conversation talk(Script().Send(Greeting("UIDPLUS")));
-    EXPECT_EQ(talk->Replace(7, Mail()).error().kind, ErrorKind::kUnsupported);
-    EXPECT_EQ(talk.Finish(), "");
-    EXPECT_EQ(talk.server().received(), "");
-}
-
 }  // namespace
 }  // namespace trevix::imap

@@ -202,19 +202,6 @@ TEST(ClientCreate, ANameThatIsTakenIsToldApart) {
     EXPECT_EQ(talk.Finish(), "");
 }
 
-TEST(ClientUnselect, NeverClosesAsThatWouldRemoveMessages) {
-    Conversation talk(Script()
-                          .Send(Greeting(""))
-                          .Expect("SELECT \"a\"")
-                          .Send("{T} OK\r\n")
-                          .Expect("NOOP")
-                          .Send("{T} OK\r\n"));
-    ASSERT_TRUE(talk->Select("a", SelectMode::kReadWrite).ok());
-    EXPECT_TRUE(talk->Unselect().ok());
-    EXPECT_TRUE(talk->Noop().ok());
-    EXPECT_EQ(talk.Finish(), "");
-}
-
 TEST(ClientLogOut, ClosesAndStaysClosed) {
     Conversation talk(Script()
                           .Send(Greeting(""))

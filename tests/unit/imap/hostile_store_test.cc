@@ -142,5 +142,68 @@ TEST(HostileStoreRead, ContentOfAnotherMessageIsNotTaken) {
     EXPECT_EQ(store.Finish(), "");
 }
 
+TEST(HostileStoreListing, OfAMailboxThatIsRefusedTakesNothingThatComesAllTheSame) {
+    Script script;
+    script.Send(Greeting("UIDPLUS"));
+    ScriptedStore store({Status(script, 7, 1, 6)
+                             .Expect("EXAMINE \"INBOX\"")
+                             .Expect("UID FETCH 1:* *")
+                             .Send("{T1} NO [NOPERM] not yours\r\n" + std::string(kMessage) +
+                                   "{T} BAD nothing is selected\r\n")});
+
+    const auto listing = store->List("INBOX", nullptr);
+
+    ASSERT_FALSE(listing.ok());
+    EXPECT_EQ(listing.error().kind, ErrorKind::kDenied);
+    EXPECT_NE(listing.error().description.find("not yours"), std::string::npos);
+    EXPECT_EQ(store.Finish(), "");
+}
+
+// One look at messages, as the replacement of one takes many.
+Script& Look(Script& script, const std::string& uids, const std::string& answer) {
+    return script.Expect("NOOP")
+        .Send("{T} OK\r\n")
+        .Expect("UID FETCH " + uids + " (UID FLAGS *")
+        .Send(answer + "{T} OK\r\n");
+}
+
+std::string Seen(unsigned uid, const std::string& flags) {
+    const std::string text = std::to_string(uid);
+    return "* " + text + " FETCH (UID " + text + " FLAGS (" + flags +
+           ") INTERNALDATE \"13-Sep-2020 12:26:40 +0000\" RFC822.SIZE 5)\r\n";
+}
+
+TEST(HostileStoreReplacement, KeepsTheOldMessageWhenTheNewOneVanishesWhileItIsMarked) {
+    Script script = Listed();
+    script.Expect("SELECT \"INBOX\"").Send(Opened(7, 1, 6));
+    Look(script, "5", Seen(5, ""));
+    script.Expect("APPEND \"INBOX\" *")
+        .TakeContent(5)
+        .ExpectRaw("")
+        .Send("{T} OK [APPENDUID 7 6] done\r\n")
+        .Expect("UID FETCH 6 *")
+        .Send(
+            "* 2 FETCH (UID 6 INTERNALDATE \"13-Sep-2020 12:26:40 +0000\" BODY[] {5}\r\n"
+            "new\r\n)\r\n{T} OK\r\n");
+    Look(script, "5:6", Seen(5, "") + Seen(6, ""));
+    script.Expect("UID STORE 5 +FLAGS.SILENT (\\Deleted)").Send("* VANISHED 6\r\n{T} OK\r\n");
+    Look(script, "5", Seen(5, "\\Deleted"));
+    script.Expect("UID STORE 5 -FLAGS.SILENT (\\Deleted)").Send("{T} OK\r\n");
+    for (int look = 0; look < 2; ++look)
+        Look(script, "5", Seen(5, ""));
+    Look(script, "6", "");
+    ScriptedStore store({std::move(script)});
+    const MailEntry entry = store->List("INBOX", nullptr).value().listing.entries.at(0);
+    const auto staged = store->Stage("INBOX", entry, Blob::FromString("new\r\n"));
+    ASSERT_TRUE(staged.ok()) << staged.error().description;
+
+    const auto committed = staged.value()->Commit();
+
+    ASSERT_FALSE(committed.ok());
+    EXPECT_EQ(committed.error().kind, ErrorKind::kGone);
+    EXPECT_EQ(store.Finish(), "");
+    EXPECT_FALSE(store.WasSent("EXPUNGE"));
+}
+
 }  // namespace
 }  // namespace trevix::imap

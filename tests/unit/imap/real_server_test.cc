@@ -9,6 +9,7 @@
 
 #include "platform/imap/client.h"
 #include "platform/imap/mailbox_name.h"
+#include "platform/modified_utf7.h"
 #include "support/imap_server.h"
 
 namespace trevix::imap {
@@ -225,7 +226,7 @@ TEST_P(RealServer, TellsWhatIsGoneSince) {
 TEST_P(RealServer, ListsMailboxesWithNamesForPeople) {
     const auto client = LoggedIn();
     ASSERT_NE(client, nullptr);
-    const std::string wire = EncodeMailboxName("Entwürfe 台北");
+    const std::string wire = EncodeModifiedUtf7("Entwürfe 台北");
     ASSERT_TRUE(client->Create(wire).ok()) << client->refusal().text;
     EXPECT_EQ(client->Create(wire).error().kind, ErrorKind::kExists);
     ListRequest request;

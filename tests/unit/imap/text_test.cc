@@ -7,6 +7,7 @@
 #include "platform/imap/date_time.h"
 #include "platform/imap/mailbox_name.h"
 #include "platform/imap/uid_set.h"
+#include "platform/modified_utf7.h"
 
 namespace trevix::imap {
 namespace {
@@ -111,7 +112,7 @@ TEST(MailboxNameText, ReadsAndWritesModifiedUtf7) {
           Row{"~peter/mail/&U,BTFw-/&ZeVnLIqe-", "~peter/mail/台北/日本語"}, Row{"&2D3eAA-", "😀"},
           Row{"&AOQ-&-&APY-", "ä&ö"}, Row{"../x", "../x"}, Row{"", ""}}) {
         EXPECT_EQ(DecodeMailboxName(row.wire), row.text) << row.wire;
-        EXPECT_EQ(EncodeMailboxName(row.text), row.wire) << row.text;
+        EXPECT_EQ(EncodeModifiedUtf7(row.text), row.wire) << row.text;
     }
 }
 
@@ -124,10 +125,10 @@ TEST(MailboxNameText, ShowsWhatIsNotWellFormedAsItIs) {
 }
 
 TEST(MailboxNameText, WritesBytesThatAreNoTextAsReplacements) {
-    EXPECT_EQ(EncodeMailboxName("\xFF"), "&,,0-");
-    EXPECT_EQ(EncodeMailboxName("\xC3"), "&,,0-");
-    EXPECT_EQ(EncodeMailboxName("\xED\xA0\x80"), "&,,3,,f,9-");
-    EXPECT_EQ(EncodeMailboxName("a\nb"), "a&AAo-b");
+    EXPECT_EQ(EncodeModifiedUtf7("\xFF"), "&,,0-");
+    EXPECT_EQ(EncodeModifiedUtf7("\xC3"), "&,,0-");
+    EXPECT_EQ(EncodeModifiedUtf7("\xED\xA0\x80"), "&,,3,,f,9-");
+    EXPECT_EQ(EncodeModifiedUtf7("a\nb"), "a&AAo-b");
 }
 
 TEST(MailboxNameText, KnowsTheInboxInEverySpelling) {

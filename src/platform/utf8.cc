@@ -1,8 +1,8 @@
-#include "platform/imap/utf8.h"
+#include "platform/utf8.h"
 
 #include <array>
 
-namespace trevix::imap {
+namespace trevix {
 namespace {
 
 constexpr char32_t kHighest = 0x10FFFF;
@@ -55,4 +55,4 @@ char32_t TakeUtf8(std::string_view& text) {
     return valid ? c : kReplacementCharacter;
 }
 
-}  // namespace trevix::imap
+}  // namespace trevix

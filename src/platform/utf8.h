@@ -1,10 +1,10 @@
-// Characters in UTF-8.
+// Characters in UTF-8. For adapters; the core has its own helpers in util/text.h.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-namespace trevix::imap {
+namespace trevix {
 
 inline constexpr char32_t kReplacementCharacter = 0xFFFD;
 
@@ -13,4 +13,4 @@ void PutUtf8(std::string& text, char32_t c);
 // The next character of a text that is not empty; U+FFFD for a byte that starts none.
 char32_t TakeUtf8(std::string_view& text);
 
-}  // namespace trevix::imap
+}  // namespace trevix
