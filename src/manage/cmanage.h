@@ -150,6 +150,7 @@ class CManage final : public ManageRun {
                       const std::vector<Blob>& contents, const std::string& name);
     bool SaveMessage(MessageWork& work, const std::string& name);
     void NoteFailure(const Error& error);
+    void NoteUnopened(const Error& error);
     void CountMessage(Date modified);
 
     // Stationery, rendering, files (stationery.cc).

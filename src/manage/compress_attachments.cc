@@ -203,9 +203,9 @@ void CManage::TreatMessage(const std::string& entry_id, const std::string& store
     auto opened =
         On(state_.gUtils, [&](Utilities& utils) { return utils.OpenMessage(entry_id, store_id); });
     if (!opened.ok()) {
-        // Somebody else moved or deleted it, or it is beyond what we take apart: left as it is.
+        // Somebody else moved or deleted it, we may not read it, or it is beyond what we take apart.
         LogLine(kProcedure, " left '" + subject + "': " + opened.error().description, 2);
-        NoteFailure(opened.error());
+        NoteUnopened(opened.error());
     }
     pending.Assign(message, std::move(opened));
     if (html_ && message != nullptr) {
@@ -216,11 +216,17 @@ void CManage::TreatMessage(const std::string& entry_id, const std::string& store
     CountMessage(modified);
 }
 
-// A failed error or a message that is not as it was read is worth another try; what cannot be read
+// A failed step or a message that is not as it was read is worth another try; what cannot be decoded
 // or must not be changed will be the same next time.
 void CManage::NoteFailure(const Error& error) {
     const bool lasting = error.kind == ErrorKind::kMalformed || error.kind == ErrorKind::kDenied;
     (lasting ? message_left_ : message_failed_) = true;
+}
+
+// A message that we may not read today may be readable tomorrow without having changed itself, so
+// that nothing but another try would find out.
+void CManage::NoteUnopened(const Error& error) {
+    (error.kind == ErrorKind::kMalformed ? message_left_ : message_failed_) = true;
 }
 
 void CManage::CountMessage(Date modified) {

@@ -53,7 +53,7 @@ void CManage::DeleteStationery(Message* message, const std::string& attachment_i
         LogLine(kDeleteStationery,
                 " unable to read the message of " + attachment_id + ": " + pending.description(),
                 2);
-        NoteFailure({pending.kind(), pending.number(), pending.description()});
+        NoteUnopened({pending.kind(), pending.number(), pending.description()});
         return;
     }
     std::unique_ptr<Attachment> found;

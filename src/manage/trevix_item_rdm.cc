@@ -85,7 +85,7 @@ void CManage::TrevixItemRDM(std::unique_ptr<Message>& message, bool custom_items
     if (pending.failed()) {
         // Too deep, too large or not to be read: the reason is the store's.
         LogLine(kProcedure, " left '" + subject + "': " + pending.description(), 2);
-        NoteFailure({pending.kind(), pending.number(), pending.description()});
+        NoteUnopened({pending.kind(), pending.number(), pending.description()});
         return;
     }
     if (count == 0) return;
@@ -125,7 +125,7 @@ bool CManage::IsTreatedMessage(Message& message, const std::string& subject, boo
     const Result<std::string> field = FieldText(message.Field(kTagMessageClass));
     if (!field.ok()) {
         LogLine(kProcedure, " left '" + subject + "': " + field.error().description, 2);
-        NoteFailure(field.error());
+        NoteUnopened(field.error());
         return false;
     }
     const std::string& message_class = field.value();

@@ -155,7 +155,7 @@ class Sandbox:
                 for path, folders, files in os.walk(self.temporary) for name in folders + files}
 
 
-def in_parallel(trial, items, seconds):
+def in_parallel(trial, items, seconds, jobs=JOBS):
     """Runs trial(item) for the items, as many as the time allows, spread evenly over them.
 
     The first few tell how long one takes. Returns (results that are not None, number run).
@@ -163,7 +163,7 @@ def in_parallel(trial, items, seconds):
     items = list(items)
     if not items:
         return [], 0
-    with concurrent.futures.ThreadPoolExecutor(JOBS) as pool:
+    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
         begun = time.monotonic()
         probes = items[:: max(1, len(items) // 8)][:8]
         results = list(pool.map(trial, probes))

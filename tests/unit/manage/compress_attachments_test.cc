@@ -208,6 +208,28 @@ TEST_F(CompressAttachmentsTest, AMessageWhoseArchiveFailedIsReachedByTheNextPass
     }
 }
 
+TEST_F(CompressAttachmentsTest, AMessageThatMayNotBeReadIsReachedByTheNextPass) {
+    for (const char* call : {"utils.OpenMessage", "message.AttachmentList", "message.Field"}) {
+        World denied;
+        denied.AddMessage(*denied.inbox, "note", {World::File("a.txt", "data")});
+        denied.recorder.on_event = [&](const std::string& event) {
+            if (event.starts_with("Progress")) {
+                denied.plan.FailCalls(call, MessagingError(kNoAccess));
+            }
+        };
+        denied.Run("51,F1");
+        EXPECT_EQ(denied.session->Manage()->Summary().messages_failed, 1) << call;
+        ASSERT_EQ(denied.inbox->messages[0].attachments[0].name, "a.txt");
+        denied.recorder.on_event = nullptr;
+        denied.plan.Clear();
+        denied.clock.AdvanceMinutes(10);
+
+        denied.Run("51,F1");
+
+        EXPECT_EQ(denied.inbox->messages[0].attachments[0].name, "a.zip") << call;
+    }
+}
+
 struct UnreadFolderRow {
     const char* name;
     const char* call;
