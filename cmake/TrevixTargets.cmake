@@ -6,21 +6,35 @@ if(TREVIX_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER "${TREVIX_CCACHE}")
 endif()
 
-# Linked privately by everything of ours and by nothing of others'.
-add_library(trevix_settings INTERFACE)
-target_compile_options(trevix_settings INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual
-  -Wold-style-cast -Wextra-semi
-  $<$<BOOL:${TREVIX_DEV}>:-Werror>)
-target_compile_definitions(trevix_settings INTERFACE _FILE_OFFSET_BITS=64)
-if(TREVIX_SANITIZE)  # not a generator expression: the value contains commas
-  target_compile_options(trevix_settings INTERFACE -fsanitize=${TREVIX_SANITIZE}
-    -fno-omit-frame-pointer -fno-sanitize-recover=all)
-  target_link_options(trevix_settings INTERFACE -fsanitize=${TREVIX_SANITIZE})
-endif()
-if(TREVIX_COVERAGE)
-  target_compile_options(trevix_settings INTERFACE --coverage -O0)
-  target_link_options(trevix_settings INTERFACE --coverage)
+# Linked privately by everything of ours and by nothing of others': trevix_settings by the product,
+# trevix_test_settings by the unit tests.
+function(trevix_settings_library name sanitizers)
+  add_library(${name} INTERFACE)
+  target_compile_options(${name} INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual
+    -Wold-style-cast -Wextra-semi
+    $<$<BOOL:${TREVIX_DEV}>:-Werror>)
+  target_compile_definitions(${name} INTERFACE _FILE_OFFSET_BITS=64)
+  if(TREVIX_SANITIZE)  # not a generator expression: the value contains commas
+    # GCC takes what the sanitizers add for uses of uninitialized values.
+    target_compile_options(${name} INTERFACE -fsanitize=${sanitizers} -fno-omit-frame-pointer
+      -fno-sanitize-recover=all -Wno-maybe-uninitialized)
+    target_link_options(${name} INTERFACE -fsanitize=${TREVIX_SANITIZE})
+  endif()
+  if(TREVIX_COVERAGE)
+    target_compile_options(${name} INTERFACE --coverage -O0)
+    target_link_options(${name} INTERFACE --coverage)
+  endif()
+endfunction()
+
+trevix_settings_library(trevix_settings "${TREVIX_SANITIZE}")
+
+# What is looked at is the product's code. To look for undefined behaviour in the tests' own, or to
+# optimize it, took half of the whole build.
+string(REPLACE ",undefined" "" test_sanitizers "${TREVIX_SANITIZE}")
+trevix_settings_library(trevix_test_settings "${test_sanitizers}")
+if(TREVIX_SANITIZE)
+  target_compile_options(trevix_test_settings INTERFACE -O0)
 endif()
 
 # trevix_core(NAME SOURCES ... USES other core targets)
@@ -48,12 +62,7 @@ function(trevix_test name)
   endif()
   add_executable(${name} ${ARG_SOURCES})
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
-  target_link_libraries(${name} PRIVATE ${ARG_USES} trevix_settings GTest::gmock_main)
-  if(TREVIX_SANITIZE)
-    # The product's code is what is looked at; looking at the tests' own as well, with every local
-    # variable in the debug data, took a third of the whole build.
-    target_compile_options(${name} PRIVATE -fno-sanitize=undefined -g1)
-  endif()
+  target_link_libraries(${name} PRIVATE ${ARG_USES} trevix_test_settings GTest::gmock_main)
   gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
     PROPERTIES LABELS "${ARG_LABEL}" TIMEOUT ${ARG_TIMEOUT})
 endfunction()

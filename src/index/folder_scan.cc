@@ -338,10 +338,11 @@ void CIndex::VisitMessage(FolderScan& scan, std::size_t at) {
 }
 
 // A message that went away meanwhile is no failure; one that can never be opened is not tried again
-// until it changes.
+// until it changes. One that may not be read is: its permissions are no part of it.
 void CIndex::NoteUnopened(const std::string& entry_id, Date modified, const Error& error) {
     if (error.kind == ErrorKind::kNotFound || error.kind == ErrorKind::kGone) return;
-    if (IsLasting(error)) run_.memory.NoteQuiet(entry_id, modified);
+    const bool is_denied = error.kind == ErrorKind::kDenied;
+    if (IsLasting(error) && !is_denied) run_.memory.NoteQuiet(entry_id, modified);
     ++summary_.messages_failed;
 }
 

@@ -211,6 +211,24 @@ TEST_F(GetAttachmentsTest, AMessageThatCannotBeOpenedIsPassedOverAndTriedAgain) 
     EXPECT_EQ(world.Rows().size(), 3U);
 }
 
+TEST_F(GetAttachmentsTest, AMessageThatMayNotBeReadIsTriedAgain) {
+    world.Logon();
+    world.index_recorder.on_event = [&](const std::string& event) {
+        if (event == "Progress Inbox 2") {
+            world.plan.FailCalls("utils.OpenMessage", MessagingError(kNoAccess));
+        }
+        if (event == "Progress Inbox 3") world.plan.Clear();
+    };
+    world.Rebuild();
+    EXPECT_EQ(world.index().Summary().messages_failed, 1);
+
+    world.index_recorder.on_event = nullptr;
+    UpdateLater();
+
+    EXPECT_EQ(Looked(), 1);
+    EXPECT_EQ(world.Rows().size(), 3U);
+}
+
 TEST_F(GetAttachmentsTest, AMessageThatWasIndexedInPartIsLookedAtAgainAndNoOther) {
     world.inbox->messages[1].attachments.push_back(World::File("b2.txt", "beta 2"));
     world.Logon();
