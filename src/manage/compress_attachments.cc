@@ -203,7 +203,7 @@ void CManage::TreatMessage(const std::string& entry_id, const std::string& store
     auto opened =
         On(state_.gUtils, [&](Utilities& utils) { return utils.OpenMessage(entry_id, store_id); });
     if (!opened.ok()) {
-        // Somebody else moved or deleted it, we may not read it, or it is beyond what we take apart.
+        // Somebody else moved or deleted it, we may not read it, or we cannot take it apart.
         LogLine(kProcedure, " left '" + subject + "': " + opened.error().description, 2);
         NoteUnopened(opened.error());
     }
@@ -216,8 +216,8 @@ void CManage::TreatMessage(const std::string& entry_id, const std::string& store
     CountMessage(modified);
 }
 
-// A failed step or a message that is not as it was read is worth another try; what cannot be decoded
-// or must not be changed will be the same next time.
+// A failed step or a message that is not as it was read is worth another try; what cannot be
+// decoded or must not be changed will be the same next time.
 void CManage::NoteFailure(const Error& error) {
     const bool lasting = error.kind == ErrorKind::kMalformed || error.kind == ErrorKind::kDenied;
     (lasting ? message_left_ : message_failed_) = true;
