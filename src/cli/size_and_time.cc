@@ -23,11 +23,12 @@ std::optional<int> ParseCount(std::string_view text) {
 }
 
 std::int64_t SecondsOf(char unit) {
+    constexpr std::int64_t kMinute = 60;
     switch (unit) {
         case 's': return 1;
-        case 'm': return 60;
-        case 'h': return 60 * 60;
-        case 'd': return 24 * 60 * 60;
+        case 'm': return kMinute;
+        case 'h': return 60 * kMinute;
+        case 'd': return 24 * 60 * kMinute;
         default: return 0;
     }
 }
