@@ -20,7 +20,7 @@ MIN_SIZE = "500"
 RUN = ("--min-size", MIN_SIZE)
 KNOWN_EXITS = (drive.EXIT_DONE, drive.EXIT_FAILED, drive.EXIT_SOME_FAILED, drive.EXIT_BUSY)
 SECONDS = 12
-WAITING = 3  # sweeps side by side for each processor, for most of a trial is spent waiting
+WAITING = 3  # trials at a time for each job: most of a trial is spent waiting
 
 
 class SystemFaultTest(unittest.TestCase):
