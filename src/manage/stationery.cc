@@ -74,7 +74,7 @@ void CManage::DeleteStationery(Message* message, const std::string& attachment_i
     if (found == nullptr) {
         LogLine(kDeleteStationery, " unable to locate " + attachment_id + " on " + subject, 2);
         if (pending.failed()) {
-            NoteFailure({pending.kind(), pending.number(), pending.description()});
+            NoteUnopened({pending.kind(), pending.number(), pending.description()});
         }
         return;
     }

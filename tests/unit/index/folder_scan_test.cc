@@ -20,6 +20,14 @@ struct GetAttachmentsTest : testing::Test {
         world.index_recorder.events.clear();
         world.Update();
     }
+    // Lets the call fail while the second message of the Inbox is looked at, not before or after.
+    void FailForTheSecondMessage(const std::string& call, const Error& error) {
+        world.Logon();
+        world.index_recorder.on_event = [this, call, error](const std::string& event) {
+            if (event == "Progress Inbox 2") world.plan.FailCalls(call, error);
+            if (event == "Progress Inbox 3") world.plan.Clear();
+        };
+    }
     std::int64_t Looked() { return world.index().Summary().messages_indexed; }
     test::IndexRow Record(const std::string& folder_id) {
         for (const auto& record : world.FolderRecords()) {
@@ -188,13 +196,7 @@ TEST_F(GetAttachmentsTest, AMessageWithoutAValidIdIsPassedOver) {
 }
 
 TEST_F(GetAttachmentsTest, AMessageThatCannotBeOpenedIsPassedOverAndTriedAgain) {
-    world.Logon();
-    world.index_recorder.on_event = [&](const std::string& event) {
-        if (event == "Progress Inbox 2") {
-            world.plan.FailCalls("utils.OpenMessage", MessagingError(kDiskError));
-        }
-        if (event == "Progress Inbox 3") world.plan.Clear();
-    };
+    FailForTheSecondMessage("utils.OpenMessage", MessagingError(kDiskError));
     world.Rebuild();
 
     EXPECT_TRUE(
@@ -212,13 +214,7 @@ TEST_F(GetAttachmentsTest, AMessageThatCannotBeOpenedIsPassedOverAndTriedAgain) 
 }
 
 TEST_F(GetAttachmentsTest, AMessageThatMayNotBeReadIsTriedAgain) {
-    world.Logon();
-    world.index_recorder.on_event = [&](const std::string& event) {
-        if (event == "Progress Inbox 2") {
-            world.plan.FailCalls("utils.OpenMessage", MessagingError(kNoAccess));
-        }
-        if (event == "Progress Inbox 3") world.plan.Clear();
-    };
+    FailForTheSecondMessage("utils.OpenMessage", MessagingError(kNoAccess));
     world.Rebuild();
     EXPECT_EQ(world.index().Summary().messages_failed, 1);
 
@@ -231,13 +227,7 @@ TEST_F(GetAttachmentsTest, AMessageThatMayNotBeReadIsTriedAgain) {
 
 TEST_F(GetAttachmentsTest, AMessageThatWasIndexedInPartIsLookedAtAgainAndNoOther) {
     world.inbox->messages[1].attachments.push_back(World::File("b2.txt", "beta 2"));
-    world.Logon();
-    world.index_recorder.on_event = [&](const std::string& event) {
-        if (event == "Progress Inbox 2") {
-            world.plan.FailCalls("attachment.Size", MessagingError(kDiskError));
-        }
-        if (event == "Progress Inbox 3") world.plan.Clear();
-    };
+    FailForTheSecondMessage("attachment.Size", MessagingError(kDiskError));
     world.Rebuild();
     world.index_recorder.on_event = nullptr;
     EXPECT_EQ(world.Column("FileSize"), (std::vector<std::string>{"5", "0", "0", "5"}));

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <string>
+
 #include "support/world.h"
 
 namespace trevix {
@@ -66,6 +69,36 @@ TEST_F(StationeryTest, AMessageIsNeverSavedUnderASubjectThatCouldNotBeRead) {
     EXPECT_TRUE(world.Logged("CManage::DeleteStationery: unable to read the message of paper@x: "));
     EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 1);
 }
+
+struct DeniedStationeryTest : StationeryTest, testing::WithParamInterface<const char*> {};
+
+TEST_P(DeniedStationeryTest, AMessageThatMayNotBeReadIsReachedByTheNextPass) {
+    world.recorder.on_event = [&](const std::string& event) {
+        if (event.starts_with("Progress")) {
+            world.plan.FailCalls(GetParam(), MessagingError(kNoAccess));
+        }
+    };
+    world.Run("51,F1");
+    EXPECT_EQ(world.session->Manage()->Summary().messages_failed, 1);
+    EXPECT_EQ(world.session->Manage()->Summary().messages_left, 0);
+    ASSERT_EQ(message->updates, 0);
+    world.recorder.on_event = nullptr;
+    world.plan.Clear();
+    world.clock.AdvanceMinutes(10);
+
+    world.Run("51,F1");
+
+    EXPECT_EQ(message->attachments.size(), 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, DeniedStationeryTest,
+                         testing::Values("message.Subject", "message.AttachmentList",
+                                         "attachments.Item"),
+                         [](const auto& call) {
+                             std::string name = call.param;
+                             std::replace(name.begin(), name.end(), '.', '_');
+                             return name;
+                         });
 
 TEST_F(StationeryTest, AMessageWithoutStationeryIsNotTouched) {
     message->formatted_body.clear();
